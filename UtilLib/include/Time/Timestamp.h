@@ -33,7 +33,7 @@ private:
     explicit Timestamp(int64_t microseconds);
 
     timestamp_t m_timestamp;
-    int64_t m_interval;
+    [[maybe_unused]] int64_t m_interval; ///< an interval that goes with the moment; none so far has one
     /// The origin, in microseconds since the epoch. Atomic: any thread reads it while a service sets it at its start.
     static std::atomic<Poco::Timestamp::TimeVal> m_systemStartupTime;
 };
