@@ -1,0 +1,5 @@
+#include "Log.h"
+
+#include <iostream>
+
+void Stranger::log(const std::string& text) { std::cout << "stranger: " << text << std::endl; }
