@@ -106,9 +106,11 @@ private:
             criteria.push_back(criterion.template cast<T>());
     }
     template <class T>
-    void addRenderCriterion(T* criterion);
+    void addRenderCriterion(Poco::SharedPtr<T> criterion, bool readable);
     template <class T>
-    void addSearchCriterion(T* criterion);
+    void addSearchCriterion(Poco::SharedPtr<T> criterion, bool readable);
+    bool parseRenderCriterion(const std::string& key, const std::string& value, bool readable);
+    void parseSearchCriterion(const std::string& key, const std::string& value, bool readable);
     void parseQuery();
 };
 

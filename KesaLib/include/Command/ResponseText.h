@@ -38,6 +38,7 @@ public:
 
 private:
     Text writeLocked(const Poco::JSON::Object& document) const KESA_REQUIRES(m_mutex);
+    void appendDataLocked(std::string& text, const Poco::Dynamic::Var& data) const KESA_REQUIRES(m_mutex);
 
     /// Guards the two texts against concurrent get().
     mutable Util::FastMutex m_mutex;

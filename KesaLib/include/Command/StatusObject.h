@@ -60,6 +60,8 @@ public:
 protected:
     /// Puts `value` under `key`, an empty one removes the key.
     void setMember(const std::string& key, const Poco::Dynamic::Var& value);
+    /// Puts `text` under `key`, an empty one removes the key.
+    void setTextMember(const std::string& key, const std::string& text);
     /// The text under `key`, empty if there is none.
     std::string getText(const std::string& key) const;
 

@@ -100,10 +100,12 @@ protected:
 
 private:
     void parse(const std::string& text);
-    void readEvent();
-    bool readText(const JsonFieldName& field, std::string& text);
-    bool readMilliseconds(const JsonFieldName& field, milliseconds smallest, Poco::Optional<long>& value);
     bool readMembers();
+    void parseEvent();
+    bool readText(const JsonFieldName& field, std::string& text);
+    bool readMilliseconds(const JsonFieldName& field, milliseconds smallest, Poco::Optional<long>& target);
+    bool readAutosubscribe();
+    bool checkData();
     bool fail(const std::string& problem);
 
     bool m_isValid = false;
