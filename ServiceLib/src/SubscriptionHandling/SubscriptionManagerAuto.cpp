@@ -1,0 +1,194 @@
+#include "OnChangeSubscriptionObject.h"
+#include "SubscriptionManager.h"
+
+#include <Command/WebSocketResponseObject.h>
+#include <LogStream.h>
+#include <SubscriptionHandling/SubscriptionInterfaces.h>
+
+#include <algorithm>
+
+namespace Kesa::Service
+{
+
+using Command::UrlPath;
+using Command::WebSocketRequestObject;
+using Command::WebSocketResponseObject;
+using Net::WebSocketProxy;
+
+namespace
+{
+
+bool wantsElements(const SubscriptionObject& subscription)
+{
+    return subscription.isAutosubscribe() && subscription.getUrlPath().getCharacteristic() == UrlPath::SERVICE_RESOURCE;
+}
+
+/// Field selection and expansion of the list hold for each element; search, sorting and paging do not.
+std::string elementQuery(const UrlPath& listUrl)
+{
+    std::string query;
+    for (const auto& [key, value]: listUrl.getQueryParameters())
+    {
+        if (key == UrlPath::QUERY_FIELDS || key == UrlPath::QUERY_EXPAND)
+            query.append(query.empty() ? "?" : "&").append(key).append("=").append(value);
+    }
+    return query;
+}
+
+Poco::Optional<long> intervalOf(const SubscriptionObject& subscription)
+{
+    return subscription.hasInterval() ? Poco::Optional<long>(static_cast<long>(subscription.getInterval()))
+                                      : Poco::Optional<long>();
+}
+
+Poco::Optional<long> updateLimitOf(const SubscriptionObject& subscription)
+{
+    return subscription.hasUpdateLimit() ? Poco::Optional<long>(static_cast<long>(subscription.getUpdateLimit()))
+                                         : Poco::Optional<long>();
+}
+
+WebSocketRequestObject unsubscribeRequest(const std::string& url)
+{
+    return WebSocketRequestObject(WebSocketRequestObject::TYPE_UNSUBSCRIBE, url, Poco::Optional<long>(),
+                                  Poco::Optional<long>(), nullptr, false);
+}
+
+} // namespace
+
+void SubscriptionManager::loadElementUris(const SubscriptionObject& subscriptionObject,
+                                          std::vector<std::string>& current)
+{
+    WebSocketResponseObject resource(subscriptionObject);
+    resource.setType(WebSocketRequestObject::TYPE_DATA);
+    subscriptionObject.getDataSource()->fetchData(subscriptionObject, resource);
+    const Poco::JSON::Array::Ptr elements = resource.getDataAsJsonArray();
+    if (elements.isNull())
+        return;
+    const std::string query = elementQuery(subscriptionObject.getUrlPath());
+    const std::string fragment = subscriptionObject.getUri().getFragment();
+    for (const Poco::Dynamic::Var& member: *elements)
+    {
+        const auto element = member.extract<Poco::JSON::Object::Ptr>();
+        const Poco::URI uri(element->get("uri").convert<std::string>());
+        current.push_back(uri.getPathEtc() + query + (fragment.empty() ? "" : "#" + fragment));
+    }
+}
+
+void SubscriptionManager::handleAutoSubscribe(const SubscriptionObject& subscriptionObject)
+{
+    KESA_LOG_TRACE("handleAutoSubscribe");
+    if (!wantsElements(subscriptionObject))
+        return;
+    std::vector<std::string> wanted;
+    loadElementUris(subscriptionObject, wanted);
+    SubscriptionList existing;
+    if (!m_subscriptionTree.getElementSubscriptionsPerWebsocket(subscriptionObject.getUrlPath(),
+                                                                *subscriptionObject.getWebsocket(), existing))
+    {
+        KESA_LOG_ERROR("Loading elements for autoSubscribe failed");
+        return;
+    }
+    SubscriptionList obsolete;
+    for (const auto& element: existing)
+    {
+        if (!element->isAutosubscribe() || element->getUri().getFragment() != subscriptionObject.getUri().getFragment())
+            continue;
+        const auto followed = std::find(wanted.begin(), wanted.end(), element->getUri().toString());
+        if (followed != wanted.end())
+            wanted.erase(followed);
+        else
+            obsolete.push_back(element);
+    }
+    for (const std::string& url: wanted)
+        subscribeElement(subscriptionObject, url);
+    for (const auto& element: obsolete)
+    {
+        if (element.isNull())
+            KESA_LOG_WARNING("removeSubscription: Subscription object or websocket already null.");
+        else
+            unsubscribeElement(*element, element->getUri().toString());
+    }
+}
+
+void SubscriptionManager::subscribeElement(const SubscriptionObject& subscriptionObject, const std::string& url)
+{
+    WebSocketProxy proxy(*subscriptionObject.getWebsocket());
+    const WebSocketRequestObject request(WebSocketRequestObject::TYPE_SUBSCRIBE, url, intervalOf(subscriptionObject),
+                                         updateLimitOf(subscriptionObject), nullptr, false);
+    if (!hasValidSubscriptionExpansionLevel(request))
+    {
+        proxy.write(WebSocketResponseObject(request, WebSocketResponseObject::invalideSubscriptionExpansionLevel, "")
+                        .toJsonString());
+        return;
+    }
+    SubscriptionObject::SubscriptionObjectPtr subscription = addSubscription(proxy, request);
+    if (subscription->isCanceled())
+    {
+        const SubscriptionResult& result = subscription->result();
+        proxy.write(WebSocketResponseObject(request, static_cast<Poco::UInt16>(result.getSubscriptionError()),
+                                            result.getErrorMsg())
+                        .toJsonString());
+        return;
+    }
+    subscription->registerDataSource(*subscriptionObject.getDataSource());
+    proxy.write(WebSocketResponseObject(request).toJsonString());
+    subscription->initialUpdate();
+}
+
+void SubscriptionManager::unsubscribeElement(const SubscriptionObject& element, const std::string& url)
+{
+    const WebSocketProxy proxy(*element.getWebsocket());
+    const WebSocketRequestObject request = unsubscribeRequest(url);
+    if (removeSubscription(proxy, request) == 0)
+        KESA_LOG_DEBUG("removeSubscription: no subscriptions found for connection to "
+                       << proxy.peerAddress().toString());
+    else
+        proxy.write(WebSocketResponseObject(request).toJsonString());
+}
+
+void SubscriptionManager::handleAutoUnSubscribe(const SubscriptionObject& subscriptionObject,
+                                                const WebSocketRequestObject& request)
+{
+    KESA_LOG_TRACE("handleAutoUnSubscribe");
+    if (!wantsElements(subscriptionObject))
+        return;
+    SubscriptionList existing;
+    if (!m_subscriptionTree.getElementSubscriptionsPerWebsocket(subscriptionObject.getUrlPath(),
+                                                                *subscriptionObject.getWebsocket(), existing))
+    {
+        KESA_LOG_ERROR("Loading elements for autoUnSubscribe failed");
+        return;
+    }
+    if (request.hasPagingCriteria())
+        keepThoseOfPage(subscriptionObject, request, existing);
+    for (const auto& element: existing)
+    {
+        if (element.isNull())
+        {
+            KESA_LOG_WARNING("removeSubscription: Subscription object or websocket already null.");
+            continue;
+        }
+        const std::string fragment = element->getUri().getFragment();
+        if (fragment != subscriptionObject.getUri().getFragment())
+            continue;
+        unsubscribeElement(*element, element->getUri().getPath() + (fragment.empty() ? "" : "#" + fragment));
+    }
+}
+
+void SubscriptionManager::keepThoseOfPage(const SubscriptionObject& subscriptionObject,
+                                          const WebSocketRequestObject& request, SubscriptionList& elements)
+{
+    std::vector<std::string> page;
+    {
+        OnChangeSubscriptionObject pageOfList(*subscriptionObject.getWebsocket(), request);
+        pageOfList.registerDataSource(*subscriptionObject.getDataSource());
+        loadElementUris(pageOfList, page);
+    }
+    elements.erase(
+        std::remove_if(elements.begin(), elements.end(),
+                       [&page](const auto& element)
+                       { return std::find(page.begin(), page.end(), element->getUri().toString()) == page.end(); }),
+        elements.end());
+}
+
+} // namespace Kesa::Service
