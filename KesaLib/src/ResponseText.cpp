@@ -18,11 +18,14 @@ ResponseText& ResponseText::operator=(const ResponseText& other)
 {
     if (this == &other)
         return *this;
-    const ResponseText copy(other); // so that the two mutexes are never held together
+    Util::ScopedLock<Util::FastMutex> otherLock(other.m_mutex);
+    const Text whole = other.m_whole;
+    const Text data = other.m_data;
+    otherLock.unlock(); // the two mutexes are never held together
     Util::ScopedLock<Util::FastMutex> lock(m_mutex);
-    m_whole = copy.m_whole;
-    m_data = copy.m_data;
-    m_settled = copy.m_settled;
+    m_whole = whole;
+    m_data = data;
+    m_settled = other.m_settled;
     return *this;
 }
 
