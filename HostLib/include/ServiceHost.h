@@ -1,0 +1,95 @@
+#pragma once
+
+#include "Export.h"
+
+#include <Poco/Types.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Kesa::Service
+{
+class GenericServiceBootstrap;
+}
+
+namespace Kesa::Host
+{
+
+class FrontDoor;
+
+/// Runs a service as a process: reachable over HTTP and websocket, until it is told to stop.
+///
+///     MyService service;
+///     Kesa::Host::ServiceHost host(service, options);
+///     return host.run();
+///
+/// Ownership: borrows the bootstrap, which must outlive it. Owns the HTTP side.
+/// Threads:   start(), run() and stop() from one thread, not one of the library's own; requestStop(), port() and url()
+/// from
+///            any, handlers included.
+/// Errors:    start() raises what keeps the service from starting: Poco::Net::NetException, naming address and port,
+/// when
+///            it cannot listen; Poco::RuntimeException when the service's own start failed. run() logs that and
+///            gives 1.
+/// Shutdown:  stop() (idempotent) in this order: no new clients and requests, the websockets are closed with 1001, the
+///            service's own shutdown. The destructor calls it.
+class KESA_API ServiceHost
+{
+public:
+    static constexpr long DRAIN_TIME = 3000; ///< ms that websocket clients have to take their leave at a stop
+
+    struct Options
+    {
+        std::string address =
+            "127.0.0.1";       ///< of this machine to listen on; only others than loopback are reachable from outside
+        Poco::UInt16 port = 0; ///< 0: the system chooses one
+        /// Origins of web pages that may open a websocket, as browsers send them ("https://app.example:8443"); "*"
+        /// allows all. Pages from this host or from the loopback address always may.
+        std::vector<std::string> allowedOrigins;
+        std::size_t maxConnections = 0;           ///< HTTP connections at once; 0: FrontDoor::DEFAULT_CONNECTIONS
+        std::size_t maxConnectionsPerAddress = 0; ///< of one client; 0: FrontDoor::DEFAULT_PER_ADDRESS
+        unsigned threads = 0;                     ///< HTTP requests handled at once; 0: FrontDoor::DEFAULT_THREADS
+    };
+
+    ServiceHost(Kesa::Service::GenericServiceBootstrap& bootstrap, const Options& options);
+    ~ServiceHost();
+    ServiceHost(const ServiceHost&) = delete;
+    ServiceHost& operator=(const ServiceHost&) = delete;
+
+    /// Takes the port, starts the service, then serves. Lets the process open as many descriptors as the system allows,
+    /// and ignores SIGPIPE. Raises Poco::IllegalStateException if it is started already.
+    void start();
+
+    /// Starts, prints "listening on <url>" as one line on standard output, waits for SIGTERM, SIGINT or requestStop(),
+    /// and stops. A second signal meanwhile ends the process at once. Gives the process's exit status: 0 after a clean
+    /// stop, else 1. At most one run() at a time in a process.
+    int run();
+
+    /// Makes run() stop; returns at once. Safe in a signal handler too.
+    void requestStop();
+
+    /// False if the service's own shutdown failed: then it is still up, and stop() may be tried again. Raises
+    /// Poco::IllegalStateException on one of the library's own threads, for which it would have to wait: use
+    /// requestStop().
+    bool stop();
+
+    /// The port that is listened on, once started.
+    Poco::UInt16 port() const { return m_port; }
+    /// Where the service is reached, once started: "http://127.0.0.1:8920".
+    std::string url() const;
+
+private:
+    void startService();
+    void closeWebsockets();
+    int stopReporting();
+
+    Kesa::Service::GenericServiceBootstrap& m_bootstrap;
+    const Options m_options;
+    const int m_stopRequests; ///< an eventfd
+    std::unique_ptr<FrontDoor> m_door;
+    Poco::UInt16 m_port = 0;
+    bool m_isServiceUp = false;
+};
+
+} // namespace Kesa::Host

@@ -1,0 +1,44 @@
+// A process for tests: the tiny service on a port that the system chooses. With a number as its argument it has to do
+// with so many descriptors; with "fail-start" its start fails; with "slow-stop" its stop does not end by itself.
+
+#include "TinyService.h"
+
+#include <ServiceHost.h>
+
+#include <cstdlib>
+#include <string>
+#include <sys/resource.h>
+
+namespace
+{
+
+class SlowService: public TinyService
+{
+protected:
+    bool shutdownImpl() override
+    {
+        Poco::Event().wait(); // never set
+        return true;
+    }
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string argument = argc > 1 ? argv[1] : "";
+    if (!argument.empty() && argument.find_first_not_of("0123456789") == std::string::npos)
+    {
+        const rlimit limit{std::stoul(argument), std::stoul(argument)};
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    if (argument == "slow-stop")
+    {
+        SlowService service;
+        return Kesa::Host::ServiceHost(service, {}).run();
+    }
+    TinyService service;
+    service.startSucceeds = argument != "fail-start";
+    Kesa::Host::ServiceHost host(service, {});
+    return host.run();
+}
