@@ -62,6 +62,11 @@ std::vector<QueryPair> splitQuery(const std::string& rawQuery)
     std::vector<QueryPair> pairs;
     for (std::size_t begin = 0; begin < rawQuery.size();)
     {
+        if (pairs.size() == MAX_PARAMETERS)
+        {
+            pairs.push_back(QueryPair{"", "$", "", false});
+            break;
+        }
         const std::size_t end = std::min(rawQuery.find('&', begin), rawQuery.size());
         if (end > begin)
             pairs.push_back(makePair(rawQuery.substr(begin, end - begin)));
@@ -76,7 +81,7 @@ std::vector<std::string> splitNames(const std::string& list)
     for (std::size_t begin = 0; begin <= list.size();)
     {
         const std::size_t end = std::min(list.find(',', begin), list.size());
-        if (end == begin)
+        if (end == begin || names.size() == MAX_NAMES)
             return {};
         names.push_back(list.substr(begin, end - begin));
         begin = end + 1;

@@ -17,10 +17,16 @@ struct QueryPair
     bool readable; ///< false: key and value are as in `raw`, since they do not decode to UTF-8
 };
 
-/// Takes a query apart, in its order and without empty pieces; "+" is a blank. Nothing is raised.
+/// The most parameters that are read from a query, and the most names from a list, so that no client makes a small text
+/// into much work or memory.
+inline constexpr std::size_t MAX_PARAMETERS = 1000;
+inline constexpr std::size_t MAX_NAMES = 1000;
+
+/// Takes a query apart, in its order and without empty pieces; "+" is a blank. Nothing is raised. What stands beyond
+/// MAX_PARAMETERS becomes one unreadable parameter with the key "$".
 std::vector<QueryPair> splitQuery(const std::string& rawQuery);
 
-/// Splits a list at its commas. Empty if the list is, or if one of its names is.
+/// Splits a list at its commas. Empty if the list is, or one of its names, and for more than MAX_NAMES of them.
 std::vector<std::string> splitNames(const std::string& list);
 
 /// A number of decimal digits alone, where a larger one counts as `largest`; nothing for any other text.

@@ -97,8 +97,10 @@ void StatusObject::setMember(const std::string& key, const Poco::Dynamic::Var& v
 
 void StatusObject::setTextMember(const std::string& key, const std::string& text)
 {
-    if (getText(key) != text)
-        setMember(key, text.empty() ? Poco::Dynamic::Var() : Poco::Dynamic::Var(text));
+    if (text.empty())
+        setMember(key, Poco::Dynamic::Var());
+    else if (getText(key) != text) // an equal one leaves the text of the document as it is
+        setMember(key, text);
 }
 
 std::string StatusObject::getText(const std::string& key) const
