@@ -61,8 +61,8 @@ bool runGuarded(const Connection& connection, const char* event, Handler handler
     {
     }
     if (connection.hasEnded()) // most likely it could not answer any more, which is no fault of anybody here
-        KESA_LOG_INFO("A handler of " << event << " failed for the ended connection of "
-                                      << connection.peerAddress().toString() << ": " << error);
+        KESA_LOG_DEBUG("A handler of " << event << " failed for the ended connection of "
+                                       << connection.peerAddress().toString() << ": " << error);
     else
         KESA_LOG_ERROR("A handler of " << event << " failed for the connection of "
                                        << connection.peerAddress().toString() << ": " << error);
@@ -202,7 +202,7 @@ void ConnectionServer::handleMessages(const std::shared_ptr<Connection>& connect
 
 void ConnectionServer::fireDataReceived(const std::shared_ptr<Connection>& connection, std::string&& text)
 {
-    WebSocketProxy proxy(connection, &m_manager);
+    WebSocketProxy proxy(connection->socket(), &m_manager, connection);
     WebsocketDataEventPayload payload(proxy);
     payload.data = std::move(text);
     payload.flags = Poco::Net::WebSocket::FRAME_TEXT;
@@ -222,7 +222,7 @@ void ConnectionServer::runCloses()
 
 void ConnectionServer::fireConnectionClosed(const std::shared_ptr<Connection>& connection)
 {
-    WebSocketProxy proxy(connection, &m_manager);
+    WebSocketProxy proxy(connection->socket(), &m_manager, connection);
     const WebsocketEventPayload payload(proxy, connection->reason());
     m_manager.ConnectionClosed.notify(&m_manager, payload);
 }

@@ -2,6 +2,8 @@
 
 #include "LimitsAndTimes.h"
 
+#include <Poco/UTF8Encoding.h>
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -32,6 +34,15 @@ const char* violationText(unsigned short code)
     default:
         return "protocol error";
     }
+}
+
+bool isUtf8(const unsigned char* bytes, int size)
+{
+    const Poco::UTF8Encoding encoding;
+    for (int at = 0; at < size; at += encoding.sequenceLength(bytes + at, size - at))
+        if (encoding.queryConvert(bytes + at, size - at) < 0)
+            return false;
+    return true;
 }
 
 } // namespace
@@ -123,10 +134,24 @@ void FrameReader::endMessage(const wslay_event_on_msg_recv_arg& message)
     else if (message.opcode == WSLAY_PING)
         m_sink->onPing(std::string(reinterpret_cast<const char*>(message.msg), message.msg_length));
     else if (message.opcode == WSLAY_CONNECTION_CLOSE)
+        endConnection(message);
+}
+
+/// Checks what wslay leaves unchecked: a payload of half a code, and a reason that arrives in pieces.
+void FrameReader::endConnection(const wslay_event_on_msg_recv_arg& message)
+{
+    constexpr std::size_t CODE_SIZE = 2;
+    if (message.msg_length == 0)
     {
         m_ended = true;
-        m_sink->onClose(message.status_code == 0 ? static_cast<unsigned short>(CLOSE_NO_CODE) : message.status_code);
+        return m_sink->onClose(CLOSE_NO_CODE);
     }
+    if (message.msg_length < CODE_SIZE)
+        return fail(CLOSE_PROTOCOL_ERROR, "a close frame with half a code");
+    if (!isUtf8(message.msg + CODE_SIZE, static_cast<int>(message.msg_length - CODE_SIZE)))
+        return fail(CLOSE_INVALID_TEXT, violationText(CLOSE_INVALID_TEXT));
+    m_ended = true;
+    m_sink->onClose(message.status_code);
 }
 
 ssize_t FrameReader::onRead(wslay_event_context_ptr context, std::uint8_t* buffer, std::size_t size, int, void* self)

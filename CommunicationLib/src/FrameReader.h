@@ -60,6 +60,7 @@ private:
 
     void beginFrame(const wslay_event_on_frame_recv_start_arg& frame);
     void endMessage(const wslay_event_on_msg_recv_arg& message);
+    void endConnection(const wslay_event_on_msg_recv_arg& message);
     void checkForViolation(int result);
     void fail(unsigned short code, const char* why);
 

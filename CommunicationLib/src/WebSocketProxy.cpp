@@ -34,21 +34,18 @@ Channel& require(const std::shared_ptr<Channel>& channel)
 } // namespace
 
 WebSocketProxy::WebSocketProxy(const Poco::SharedPtr<Poco::Net::WebSocket>& socket, WebsocketConnectionManager* server)
-    : webSocket(socket), manager(server), m_channel(findChannel(socket))
+    : WebSocketProxy(socket, server, findChannel(socket))
+{
+}
+
+WebSocketProxy::WebSocketProxy(const Poco::SharedPtr<Poco::Net::WebSocket>& socket,
+                               const WebsocketConnectionManager* server, const std::shared_ptr<Channel>& channel)
+    : webSocket(socket), manager(server), m_channel(channel)
 {
     if (!m_channel)
         return;
     m_address = m_channel->address();
     m_peerAddress = m_channel->peerAddress();
-}
-
-WebSocketProxy::WebSocketProxy(const std::shared_ptr<Channel>& channel, const WebsocketConnectionManager* server)
-    : webSocket(channel->socket()),
-      manager(server),
-      m_address(channel->address()),
-      m_peerAddress(channel->peerAddress()),
-      m_channel(channel)
-{
 }
 
 WebSocketProxy::WebSocketProxy(const WebSocketProxy& other) = default;

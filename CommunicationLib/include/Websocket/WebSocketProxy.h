@@ -72,7 +72,8 @@ public:
 private:
     friend class ConnectionServer;
 
-    WebSocketProxy(const std::shared_ptr<Channel>& channel, const WebsocketConnectionManager* manager);
+    WebSocketProxy(const Poco::SharedPtr<Poco::Net::WebSocket>& webSocket, const WebsocketConnectionManager* manager,
+                   const std::shared_ptr<Channel>& channel);
 
     Poco::Net::SocketAddress m_address;
     Poco::Net::SocketAddress m_peerAddress;
