@@ -35,6 +35,7 @@ function(kesa_library target output)
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME ${output} EXPORT_NAME ${target} VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
         VERIFY_INTERFACE_HEADER_SETS ON)
+    target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS include) # must exist before it is installed
     install(TARGETS ${target} EXPORT KesaTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kesa)
