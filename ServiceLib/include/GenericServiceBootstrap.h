@@ -30,9 +30,8 @@ class WebsocketSubsystem;
 /// Ownership: owns the websocket side between start and stop; shares the trigger with the service.
 /// Threads:   startup() and shutdown() run on the caller's thread, take no lock and must not run concurrently.
 /// Errors:    an exception of the service's own code or of a listener goes to the caller; nothing is undone then.
-/// Shutdown:  a derived class has to call shutdown() before its own destructor ends: the base's destructor can no
-/// longer reach
-///            shutdownImpl(). Not from one of the library's own threads (see shutdown()).
+/// Shutdown:  a derived class has to call shutdown() before its own destructor ends, since the base's destructor can no
+/// longer reach shutdownImpl(). Not from inside a callback of the library (see shutdown()).
 class KESA_API GenericServiceBootstrap
 {
 public:
@@ -48,8 +47,8 @@ public:
     bool startup();
 
     /// True if the service is stopped or was never started; false if shutdownImpl() failed: the service is still up
-    /// then. Waits for running handlers, so it raises Poco::IllegalStateException when called from one of the library's
-    /// own threads, that is, from a listener, a data source or a handler of a client's message.
+    /// then. Waits for running handlers, so it raises Poco::IllegalStateException on one of the library's own threads
+    /// and inside a callback of the library on any thread: a listener, a veto, a data source.
     bool shutdown();
 
 protected:

@@ -25,7 +25,8 @@ class SubscriptionObject;
 ///
 /// Ownership: borrows the manager, shares the factory.
 /// Threads:   webSocketRequestReceived() runs on a thread of the connection layer, one message of all clients at a
-/// time. Errors:    catches nothing; an exception goes to the event that delivered the message.
+/// time.
+/// Errors:    catches nothing; an exception goes to the event that delivered the message.
 class KESA_API WebSocketGenericRequestProcessor
 {
 public:

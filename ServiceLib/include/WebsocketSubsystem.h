@@ -26,7 +26,8 @@ class WebSocketGenericRequestProcessor;
 /// request processor, with the events between them.
 ///
 /// Ownership: owns the subscription manager and the processor; shares the trigger, the factory and the connection
-/// manager. Threads:   initializeSystem() and uninitializeSystem() on the thread that starts and stops the service.
+/// manager.
+/// Threads:   initializeSystem() and uninitializeSystem() on the thread that starts and stops the service.
 /// Shutdown:  uninitializeSystem(), then the destructor. Not restartable: build a new one.
 class KESA_API WebsocketSubsystem
 {
@@ -43,8 +44,8 @@ public:
     /// Raises Poco::AssertionViolationException if the process has a trigger already.
     bool initializeSystem();
 
-    /// Takes the subsystem down; waits for running handlers. Raises Poco::IllegalStateException when called from one of
-    /// the library's own threads.
+    /// Takes the subsystem down; waits for running handlers. Raises Poco::IllegalStateException on one of the library's
+    /// own threads and inside a callback of the library on any thread.
     void uninitializeSystem();
 
     bool isInitialized();

@@ -1,5 +1,6 @@
 #include "GenericServiceBootstrap.h"
 
+#include "SubscriptionHandling/LibraryCall.h"
 #include "WebsocketSubsystem.h"
 
 #include <ApplicationServices.h>
@@ -103,11 +104,11 @@ bool GenericServiceBootstrap::shutdown()
 {
     if (!m_isStarted)
         return true;
-    if (Util::LibraryThread::isCurrent())
+    if (Util::LibraryThread::isCurrent() || LibraryCall::isInside())
     {
-        KESA_LOG_CRITICAL("GenericServiceBootstrap::shutdown: refused on a thread of the library, which it would have "
-                          "to wait for. Wake the service's main thread and stop it there.");
-        throw Poco::IllegalStateException("a service cannot be stopped from one of the library's threads");
+        KESA_LOG_CRITICAL("GenericServiceBootstrap::shutdown: refused inside a callback of the library, for which it "
+                          "would have to wait. Wake the service's main thread and stop it there.");
+        throw Poco::IllegalStateException("a service cannot be stopped from inside a callback of the library");
     }
     notifications->ServiceShutdown.notify(this);
     if (!shutdownImpl())

@@ -124,11 +124,11 @@ void WebsocketSubsystem::disconnectEvents()
 void WebsocketSubsystem::uninitializeSystem()
 {
     KESA_LOG_TRACE("uninitializeSystem");
-    if (Util::LibraryThread::isCurrent())
+    if (Util::LibraryThread::isCurrent() || LibraryCall::isInside())
     {
-        KESA_LOG_CRITICAL("WebsocketSubsystem::uninitializeSystem: refused on a thread of the library, which it would "
-                          "have to wait for. Stop the service from its main thread.");
-        throw Poco::IllegalStateException("WebsocketSubsystem cannot be stopped from one of the library's threads");
+        KESA_LOG_CRITICAL("WebsocketSubsystem::uninitializeSystem: refused inside a callback of the library, for which "
+                          "it would have to wait. Stop the service from its main thread.");
+        throw Poco::IllegalStateException("the websocket side cannot be stopped from inside a callback of the library");
     }
     ScopedLock<Mutex> lock(m_mtxInit);
     if (!m_isInitialized)

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <Websocket/WebSocketProxy.h>
+#include <Websocket/WebsocketConnectionManager.h>
+#include <WebsocketPeer.h>
 
 #include <Poco/JSON/Object.h>
 #include <Poco/JSON/Parser.h>
@@ -37,6 +39,22 @@ public:
 
     /// A handle of the service's end; all are copies of one connection.
     Net::WebSocketProxy proxy() const { return Net::WebSocketProxy(m_webSocket, nullptr); }
+
+    /// From now on the manager reads what the client says and takes care of what is written.
+    void serveBy(Net::WebsocketConnectionManager& manager) { manager.addConnection(m_webSocket); }
+
+    /// The client sends a text message; only on a served connection somebody reads it.
+    void say(const std::string& text)
+    {
+        const std::string frame = WebsocketPeer::frame(0x1, text);
+        m_client.sendBytes(frame.data(), static_cast<int>(frame.size()));
+    }
+
+    /// The client goes without a word.
+    void leave() { m_client.close(); }
+
+    /// How many handles of the connection exist, this object's own included: subscriptions hold one each.
+    int handles() const { return m_webSocket.referenceCount(); }
 
     /// The next message that the service wrote; waits for it.
     std::string nextText()

@@ -28,13 +28,12 @@ class SubscriptionManager;
 /// first client comes, and stops it when the last one goes.
 ///
 /// Ownership: keeps clones of the delegates that it is given.
-/// Threads:   every operation from any thread. Listeners run on the thread that changed the subscription, with the lock
-/// of their
-///            kind held: filter lock first, a listener's own lock second. Additions of one listener run one at a time.
-///            A listener of additions must not register or remove listeners of additions, but may those of removals; a
-///            listener of removals may register or remove listeners of removals, itself included, but neither the one
-///            that follows its own nor any of additions.
-/// Errors:    an exception of a listener skips the remaining ones and goes to the thread that changed the subscription.
+/// Threads: every operation from any thread. Listeners run on the thread that changed the subscription, with the lock
+/// of their kind held: filter lock first, a listener's own lock second. Calls of one listener run one at a time. A
+/// listener of additions must not register or remove listeners of additions, but may those of removals; a listener of
+/// removals may register or remove listeners of removals, itself included, but neither the one that follows its own nor
+/// any of additions. Errors: an exception of a listener skips the remaining ones and goes to the thread that changed
+/// the subscription.
 class KESA_API SubscriptionEventFilter
 {
 public:

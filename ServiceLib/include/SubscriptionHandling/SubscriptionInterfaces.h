@@ -24,9 +24,8 @@ public:
     /// object for an element. True if data was delivered; false makes this load fail, and nothing is sent.
     ///
     /// Threads: the connection layer's for first data, the one that reports a change, and the worker of delivery,
-    /// several at
-    ///          once. What is handed over is taken as a snapshot when the call returns. A slow source holds up other
-    ///          clients' messages and other changes.
+    /// several at once. What is handed over is taken as a snapshot when the call returns. A slow source holds up other
+    /// clients' messages and other changes.
     virtual bool fetchData(const SubscriptionRequest& request, Command::WebSocketResponseObject& response) = 0;
 };
 

@@ -7,6 +7,7 @@
 #include "SubscriptionEventFilter.h"
 #include "SubscriptionInterfaces.h"
 
+#include <Poco/Condition.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/SharedPtr.h>
 
@@ -23,11 +24,11 @@ class SubscriptionManager;
 /// The result of every trigger operation means that the change was handed to the subscriptions, not that one matched.
 /// False, with an Error in the log, means that the service is not started.
 ///
-/// Threads: the trigger operations from any thread, several at once. From inside a callback of the library (a data
-/// source, a veto,
-///          a listener) they are legal too: the change is copied and takes effect as soon as the library has released
-///          its locks on that thread.
-/// Errors:  an exception of a data source or of a listener goes to the caller.
+/// Threads: the trigger operations from any thread, several at once. They are legal too inside a callback of the
+/// library, that is, in a data source, a veto or a listener: the change is copied and takes effect as soon as the
+/// library has released its locks on that thread.
+/// Errors: an exception of a data source or of a listener goes to the caller, but for a change that was put off, where
+/// it is logged.
 class KESA_API SubscriptionTrigger: public ISubscriptionInterface, public SubscriptionEventFilter
 {
 public:
@@ -63,7 +64,8 @@ public:
 
     /// Attaches the trigger to the manager; ignored while it is attached. Called at the service's start.
     void initialise(SubscriptionManager& manager);
-    /// Detaches it; waits for changes that are being reported by other threads. Called at the service's stop.
+    /// Detaches it; waits for the changes that other threads are reporting, so not from inside a callback. Called at
+    /// the service's stop.
     void deinitialise();
 
 protected:
@@ -74,12 +76,18 @@ protected:
     const std::string m_sDefaultUrlPrefix;
 
 private:
-    SubscriptionManager* manager() const;
+    class ManagerUse;
 
-    /// Guards the pointer, and is held for reading while a change is handed over, so that the manager outlives it.
-    /// Outermost.
-    mutable Util::RWLock m_managerLock;
-    SubscriptionManager* m_subscriptionManager KESA_GUARDED_BY(m_managerLock);
+    bool isAttached() const;
+    SubscriptionManager* acquireManager() const;
+    void releaseManager() const;
+
+    /// Guards the pointer and the number of its users, and is held only to read or change them. No lock is held while a
+    /// change is handed over: under steady changes a waiting stop would never get it.
+    mutable Util::FastMutex m_managerMutex;
+    mutable Poco::Condition m_unused; ///< signalled when the last user has left
+    SubscriptionManager* m_subscriptionManager KESA_GUARDED_BY(m_managerMutex);
+    mutable unsigned int m_users KESA_GUARDED_BY(m_managerMutex); ///< changes that are being handed over
 };
 
 } // namespace Kesa::Service

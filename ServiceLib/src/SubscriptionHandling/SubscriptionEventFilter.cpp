@@ -7,6 +7,8 @@
 #include <Poco/Bugcheck.h>
 #include <Poco/Delegate.h>
 
+#include <algorithm>
+
 namespace Kesa
 {
 
@@ -25,7 +27,7 @@ typename EventCollection<Delegate>::const_iterator findPair(const Command::UrlPa
 }
 
 /// Calls the listeners of exactly this URL. One that removes itself is safe: it is kept alive, and passed, before its
-/// call.
+/// call. What a listener registers for this URL is called in the same pass.
 template <class Delegate, class Payload>
 void notify(const Command::UrlPath& url, Payload& payload, const EventCollection<Delegate>& events)
 {
@@ -37,6 +39,13 @@ void notify(const Command::UrlPath& url, Payload& payload, const EventCollection
             Poco::Bugcheck::bugcheck(__FILE__, __LINE__);
         ++entry;
         listener->notify(nullptr, payload);
+        if (entry != range.second)
+            continue;
+        // It was the last one: what it registered stands behind it.
+        entry = std::find_if(events.lower_bound(url), range.second,
+                             [&listener](const auto& other) { return other.second == listener; });
+        if (entry != range.second)
+            ++entry;
     }
 }
 

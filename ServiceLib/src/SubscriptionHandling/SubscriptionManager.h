@@ -23,10 +23,9 @@ namespace Kesa::Service
 /// concerned.
 ///
 /// Threads: every operation from any thread. One data change is processed at a time; subscribing and unsubscribing do
-/// not wait
-///          for it. Lock order, outermost first: m_checkMutex; then an event's, the tree's or the updater's mutex, each
-///          taken alone and released before the next; then a subscription's.
-/// Errors:  a refusal is carried in the returned object; an exception of a listener or of a data source goes to the
+/// not wait for it. Lock order, outermost first: m_checkMutex; then an event's, the tree's or the updater's mutex, each
+/// taken alone and released before the next; then a subscription's.
+/// Errors: a refusal is carried in the returned object; an exception of a listener or of a data source goes to the
 /// caller.
 class KESA_API SubscriptionManager
 {

@@ -5,6 +5,9 @@
 #include <LogStream.h>
 #include <SubscriptionHandling/SubscriptionInterfaces.h>
 
+#include <Poco/Bugcheck.h>
+#include <Poco/NumberFormatter.h>
+
 #include <algorithm>
 
 namespace Kesa::Service
@@ -23,6 +26,29 @@ bool wantsElements(const SubscriptionObject& subscription)
     return subscription.isAutosubscribe() && subscription.getUrlPath().getCharacteristic() == UrlPath::SERVICE_RESOURCE;
 }
 
+/// A change may find a subscription that has no data source yet, in which case its own thread derives the elements in a
+/// moment, or one that is gone already.
+bool canDerive(const SubscriptionObject& subscription)
+{
+    return subscription.getDataSource() && !subscription.isWithdrawn() && !subscription.getWebsocket()->hasEnded();
+}
+
+/// A query's value as it stands in a URL: only what would end it or change it is encoded.
+std::string encodedValue(const std::string& value)
+{
+    static const std::string unsafe = "%&+#\"<>\\^`{|}";
+    std::string text;
+    for (const char c: value)
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte <= 0x20 || byte >= 0x7f || unsafe.find(c) != std::string::npos)
+            text.append("%").append(Poco::NumberFormatter::formatHex(static_cast<unsigned int>(byte), 2));
+        else
+            text.append(1, c);
+    }
+    return text;
+}
+
 /// Field selection and expansion of the list hold for each element; search, sorting and paging do not.
 std::string elementQuery(const UrlPath& listUrl)
 {
@@ -30,9 +56,19 @@ std::string elementQuery(const UrlPath& listUrl)
     for (const auto& [key, value]: listUrl.getQueryParameters())
     {
         if (key == UrlPath::QUERY_FIELDS || key == UrlPath::QUERY_EXPAND)
-            query.append(query.empty() ? "?" : "&").append(key).append("=").append(value);
+            query.append(query.empty() ? "?" : "&").append(key).append("=").append(encodedValue(value));
     }
     return query;
+}
+
+/// The end of a URL with this fragment, as Poco::URI writes it.
+std::string fragmentSuffix(const Poco::URI& url)
+{
+    if (url.getFragment().empty())
+        return "";
+    Poco::URI suffix;
+    suffix.setFragment(url.getFragment());
+    return suffix.toString();
 }
 
 Poco::Optional<long> intervalOf(const SubscriptionObject& subscription)
@@ -58,26 +94,28 @@ WebSocketRequestObject unsubscribeRequest(const std::string& url)
 void SubscriptionManager::loadElementUris(const SubscriptionObject& subscriptionObject,
                                           std::vector<std::string>& current)
 {
+    ISubscriptionDataSource* const dataSource = subscriptionObject.getDataSource();
+    if (!dataSource)
+        Poco::Bugcheck::nullPointer("data source of an auto-subscription", __FILE__, __LINE__);
     WebSocketResponseObject resource(subscriptionObject);
     resource.setType(WebSocketRequestObject::TYPE_DATA);
-    subscriptionObject.getDataSource()->fetchData(subscriptionObject, resource);
+    dataSource->fetchData(subscriptionObject, resource);
     const Poco::JSON::Array::Ptr elements = resource.getDataAsJsonArray();
     if (elements.isNull())
         return;
-    const std::string query = elementQuery(subscriptionObject.getUrlPath());
-    const std::string fragment = subscriptionObject.getUri().getFragment();
+    const std::string end = elementQuery(subscriptionObject.getUrlPath()) + fragmentSuffix(subscriptionObject.getUri());
     for (const Poco::Dynamic::Var& member: *elements)
     {
         const auto element = member.extract<Poco::JSON::Object::Ptr>();
         const Poco::URI uri(element->get("uri").convert<std::string>());
-        current.push_back(uri.getPathEtc() + query + (fragment.empty() ? "" : "#" + fragment));
+        current.push_back(uri.getPathEtc() + end);
     }
 }
 
 void SubscriptionManager::handleAutoSubscribe(const SubscriptionObject& subscriptionObject)
 {
     KESA_LOG_TRACE("handleAutoSubscribe");
-    if (!wantsElements(subscriptionObject))
+    if (!wantsElements(subscriptionObject) || !canDerive(subscriptionObject))
         return;
     std::vector<std::string> wanted;
     loadElementUris(subscriptionObject, wanted);
@@ -168,10 +206,11 @@ void SubscriptionManager::handleAutoUnSubscribe(const SubscriptionObject& subscr
             KESA_LOG_WARNING("removeSubscription: Subscription object or websocket already null.");
             continue;
         }
-        const std::string fragment = element->getUri().getFragment();
-        if (fragment != subscriptionObject.getUri().getFragment())
+        if (element->getUri().getFragment() != subscriptionObject.getUri().getFragment())
             continue;
-        unsubscribeElement(*element, element->getUri().getPath() + (fragment.empty() ? "" : "#" + fragment));
+        Poco::URI url;
+        url.setPath(element->getUri().getPath());
+        unsubscribeElement(*element, url.toString() + fragmentSuffix(element->getUri()));
     }
 }
 

@@ -4,6 +4,7 @@
 #include "SubscriptionManager.h"
 #include "SubscriptionObject.h"
 
+#include <Command/WebSocketResponseObject.h>
 #include <LogStream.h>
 
 #include <Poco/Delegate.h>
@@ -13,8 +14,8 @@ namespace Kesa::Service
 
 using Command::HttpRequest;
 using Command::UrlPath;
-using Util::ReadLock;
-using Util::WriteLock;
+using Util::FastMutex;
+using Util::ScopedLock;
 
 namespace
 {
@@ -25,31 +26,74 @@ const std::string DEFAULT_URLPREFIX = "http://[::1]:443/";
 
 typedef Poco::Delegate<SubscriptionTrigger, SubscriptionSubscribingEventPayload, false> SubscribingDelegate;
 
-/// A copy that shares nothing with the reporter's object.
+/// A copy that shares nothing with the reporter's object, at no depth.
 Poco::JSON::Object::Ptr copyPayload(const Poco::JSON::Object* payload)
 {
-    return payload ? new Poco::JSON::Object(*payload) : nullptr;
+    if (!payload)
+        return nullptr;
+    Command::WebSocketResponseObject carrier;
+    carrier.setData(Poco::JSON::Object::Ptr(new Poco::JSON::Object(*payload)));
+    carrier.takeSnapshot();
+    return carrier.getDataAsJsonObject();
 }
 
 } // namespace
 
-SubscriptionTrigger::SubscriptionTrigger(): m_sDefaultUrlPrefix(DEFAULT_URLPREFIX), m_subscriptionManager(nullptr) {}
+/// Keeps the manager from going for its own lifetime; without one while the trigger is detached.
+class SubscriptionTrigger::ManagerUse
+{
+public:
+    explicit ManagerUse(const SubscriptionTrigger& trigger): m_trigger(trigger), m_manager(trigger.acquireManager()) {}
+    ~ManagerUse()
+    {
+        if (m_manager)
+            m_trigger.releaseManager();
+    }
+    ManagerUse(const ManagerUse&) = delete;
+    ManagerUse& operator=(const ManagerUse&) = delete;
+
+    SubscriptionManager* manager() const { return m_manager; }
+
+private:
+    const SubscriptionTrigger& m_trigger;
+    SubscriptionManager* const m_manager;
+};
+
+SubscriptionTrigger::SubscriptionTrigger()
+    : m_sDefaultUrlPrefix(DEFAULT_URLPREFIX), m_subscriptionManager(nullptr), m_users(0)
+{
+}
 
 SubscriptionTrigger::~SubscriptionTrigger()
 {
     deinitialise();
 }
 
-SubscriptionManager* SubscriptionTrigger::manager() const
+bool SubscriptionTrigger::isAttached() const
 {
-    ReadLock lock(m_managerLock);
+    ScopedLock<FastMutex> lock(m_managerMutex);
+    return m_subscriptionManager != nullptr;
+}
+
+SubscriptionManager* SubscriptionTrigger::acquireManager() const
+{
+    ScopedLock<FastMutex> lock(m_managerMutex);
+    if (m_subscriptionManager)
+        ++m_users;
     return m_subscriptionManager;
+}
+
+void SubscriptionTrigger::releaseManager() const
+{
+    ScopedLock<FastMutex> lock(m_managerMutex);
+    if (--m_users == 0)
+        m_unused.broadcast();
 }
 
 void SubscriptionTrigger::initialise(SubscriptionManager& newManager)
 {
     {
-        WriteLock lock(m_managerLock);
+        ScopedLock<FastMutex> lock(m_managerMutex);
         if (m_subscriptionManager)
             return;
         m_subscriptionManager = &newManager;
@@ -60,31 +104,35 @@ void SubscriptionTrigger::initialise(SubscriptionManager& newManager)
 
 void SubscriptionTrigger::deinitialise()
 {
-    SubscriptionManager* const attached = manager();
-    if (!attached)
-        return;
-    disconnect(*attached);
-    attached->SubscriptionSubscribing -= SubscribingDelegate(this, &SubscriptionTrigger::checkNewSubscription);
-    WriteLock lock(m_managerLock); // waits for changes that are being handed over
+    {
+        const ManagerUse use(*this);
+        if (!use.manager())
+            return;
+        disconnect(*use.manager());
+        use.manager()->SubscriptionSubscribing -= SubscribingDelegate(this, &SubscriptionTrigger::checkNewSubscription);
+    }
+    ScopedLock<FastMutex> lock(m_managerMutex);
     m_subscriptionManager = nullptr;
+    while (m_users > 0)
+        m_unused.wait(static_cast<Poco::FastMutex&>(m_managerMutex));
 }
 
 bool SubscriptionTrigger::iterateAllSubscriptions(const HttpRequest::RequestType& type, const UrlPath& urlpath,
                                                   const Poco::JSON::Object* pSourceObj) const
 {
-    if (LibraryCall::isInside() && manager())
+    if (LibraryCall::isInside() && isAttached())
     {
         const Poco::JSON::Object::Ptr payload = copyPayload(pSourceObj);
         LibraryCall::defer([this, type, urlpath, payload] { iterateAllSubscriptions(type, urlpath, payload.get()); });
         return true;
     }
-    ReadLock lock(m_managerLock);
-    if (!m_subscriptionManager)
+    const ManagerUse use(*this);
+    if (!use.manager())
     {
         KESA_LOG_ERROR("SubscriptionManager not available.");
         return false;
     }
-    m_subscriptionManager->updateSubscriptionsFromRequest(type, Command::RequestBase(urlpath), pSourceObj);
+    use.manager()->updateSubscriptionsFromRequest(type, Command::RequestBase(urlpath), pSourceObj);
     return true;
 }
 

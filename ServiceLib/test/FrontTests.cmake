@@ -1,0 +1,4 @@
+kesa_service_test(ServiceFrontTest
+    SubscriptionEventFilterTest.cpp
+    SubscriptionEventsTest.cpp
+    SubscriptionTriggerTest.cpp)
