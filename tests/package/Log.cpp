@@ -2,4 +2,7 @@
 
 #include <iostream>
 
-void Stranger::log(const std::string& text) { std::cout << "stranger: " << text << std::endl; }
+void Stranger::log(const std::string& text)
+{
+    std::cout << "stranger: " << text << std::endl;
+}
