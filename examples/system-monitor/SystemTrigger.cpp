@@ -150,9 +150,11 @@ bool SystemTrigger::fetchData(const Kesa::Service::SubscriptionRequest& request,
         answerElement(found, request, response);
         return true;
     }
+    if (request.getType() != Kesa::Command::WebSocketRequestObject::TYPE_SUBSCRIBE)
+        return false; // a request over HTTP, which is answered with 404
     // It was there when the client subscribed. The error document says that it went; the empty data make it different
     // from the state before, and a state after it different again.
-    response.setErrorStatus(Kesa::Command::StatusObject::gone, "\"" + url.getUri().getPath() + "\" no longer exists");
+    response.setErrorStatus(Kesa::Command::StatusObject::gone, "\"" + url.getUri().getPath() + "\" no longer exists.");
     response.setData(Object::Ptr(new Object));
     return true;
 }
@@ -165,11 +167,11 @@ void SystemTrigger::checkNewSubscription(Kesa::Service::SubscriptionSubscribingE
     const bool exists = list(*snapshot, url) || (isElement(url) && element(*snapshot, url));
     if (!exists)
         payload.cancelSubscribing(SubscriptionError::event_name_unknown,
-                                  "there is no \"" + url.getUri().getPath() +
-                                      "\" here; \"/system\" lists what there is");
+                                  "There is no \"" + url.getUri().getPath() +
+                                      "\" here; \"/system\" lists what there is.");
     else if (!payload.request.areCriteriaValid())
         payload.cancelSubscribing(SubscriptionError::syntax_error,
-                                  "the query \"" + url.getUri().getQuery() + "\" cannot be understood");
+                                  "The query \"" + url.getUri().getQuery() + "\" cannot be understood.");
 }
 
 } // namespace SystemMonitor

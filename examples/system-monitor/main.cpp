@@ -1,5 +1,6 @@
 #include "SystemService.h"
 
+#include <Log.h>
 #include <ServiceHost.h>
 
 #include <CLI/CLI.hpp>
@@ -17,7 +18,10 @@ int main(int argc, char** argv)
     CLI::App app("This machine as a service: its processors, memory, disks, interfaces and processes");
     app.add_option("--port", options.port, "Port to listen on; 0 lets the system choose one")->capture_default_str();
     app.add_option("--bind", options.address, "Address to listen on")->capture_default_str();
+    bool verbose = false;
+    app.add_flag("--verbose", verbose, "Log what clients do, not only what goes wrong");
     CLI11_PARSE(app, argc, argv);
+    Logging::Log::SetLogLevel(verbose ? Poco::Message::PRIO_INFORMATION : Poco::Message::PRIO_WARNING, "");
 
     try
     {

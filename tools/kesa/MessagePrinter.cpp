@@ -51,50 +51,68 @@ std::string describeObject(const Object::Ptr& before, const Object& now)
     return text.empty() ? (now.size() == 0 ? "  {}" : "  unchanged") : text;
 }
 
-/// Id of a list's element, with its name where it has another one; the element itself where it has none.
-std::string label(const Var& element)
+/// One element of a list: by its id it is recognised, by its label it is printed.
+struct Item
+{
+    std::string id;
+    std::string label;
+};
+
+/// An element without an id is recognised by its whole content.
+Item itemOf(const Var& element)
 {
     const Object::Ptr object = as<Object>(element);
     if (!object || !object->has("id"))
-        return MessagePrinter::compact(element);
+        return {MessagePrinter::compact(element), MessagePrinter::compact(element)};
     const std::string id = MessagePrinter::compact(object->get("id"));
     const std::string name = object->has("name") ? MessagePrinter::compact(object->get("name")) : id;
-    return name == id ? id : id + "(" + name + ")";
+    return {id, name == id ? id : id + "(" + name + ")"};
 }
 
-std::vector<std::string> labels(const Array& list)
+std::vector<Item> itemsOf(const Array& list)
 {
-    std::vector<std::string> result;
-    std::transform(list.begin(), list.end(), std::back_inserter(result), label);
+    std::vector<Item> result;
+    std::transform(list.begin(), list.end(), std::back_inserter(result), itemOf);
     return result;
 }
 
-std::string join(const std::vector<std::string>& items, const std::string& mark)
+std::string join(const std::vector<Item>& items, const std::string& mark)
 {
     std::string text;
     for (std::size_t i = 0; i < std::min(items.size(), MessagePrinter::MAX_IDS); ++i)
-        text += " " + mark + items[i];
+        text += " " + mark + items[i].label;
     return items.size() > MessagePrinter::MAX_IDS ? text + " " + mark + "..." : text;
 }
 
-std::vector<std::string> missingFrom(const std::vector<std::string>& items, const std::vector<std::string>& others)
+std::vector<Item> missingFrom(const std::vector<Item>& others, const std::vector<Item>& items)
 {
-    const std::set<std::string> known(others.begin(), others.end());
-    std::vector<std::string> result;
+    std::set<std::string> known;
+    for (const Item& other: others)
+        known.insert(other.id);
+    std::vector<Item> result;
     std::copy_if(items.begin(), items.end(), std::back_inserter(result),
-                 [&](const std::string& item) { return known.count(item) == 0; });
+                 [&](const Item& item) { return known.count(item.id) == 0; });
     return result;
 }
 
+bool hasSameOrder(const std::vector<Item>& a, const std::vector<Item>& b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const Item& left, const Item& right) { return left.id == right.id; });
+}
+
+/// The ids of `now`, or, with a state before, those that came and went.
 std::string describeList(const Array::Ptr& before, const Array& now)
 {
-    const std::vector<std::string> items = labels(now);
-    const std::string count = "  " + std::to_string(items.size()) + " elements:";
+    const std::vector<Item> items = itemsOf(now);
+    const std::string count = "  " + std::to_string(items.size()) + (items.size() == 1 ? " element:" : " elements:");
     if (!before)
         return count + join(items, "");
-    const std::vector<std::string> old = labels(*before);
-    const std::string changes = join(missingFrom(items, old), "+") + join(missingFrom(old, items), "-");
-    return count + (changes.empty() ? items == old ? " unchanged" : " reordered" : changes);
+    const std::vector<Item> old = itemsOf(*before);
+    const std::string changes = join(missingFrom(old, items), "+") + join(missingFrom(items, old), "-");
+    if (!changes.empty())
+        return count + changes;
+    return count + (hasSameOrder(items, old) ? " unchanged" : " reordered");
 }
 
 } // namespace

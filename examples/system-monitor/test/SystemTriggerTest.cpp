@@ -104,6 +104,15 @@ INSTANTIATE_TEST_SUITE_P(
         UrlCase{"/system/cpus/$spec", "nothing", UNKNOWN}, UrlCase{"/system/cpus/cpu9", "410 {}", UNKNOWN},
         UrlCase{"/system/tapes/1", "410 {}", UNKNOWN}));
 
+TEST(SystemTrigger, HasNothingForARequestOverHttpWhereNothingIs)
+{
+    SystemTrigger trigger(snapshot());
+    const SubscriptionRequest asked(
+        WebSocketRequestObject(WebSocketRequestObject::TYPE_DATA, "/system/cpus/cpu9", {}, {}, nullptr, false));
+    WebSocketResponseObject response(asked);
+    EXPECT_FALSE(trigger.fetchData(asked, response));
+}
+
 TEST(SystemTrigger, TellsAClientWhichUrlItRefused)
 {
     SystemTrigger trigger(snapshot());

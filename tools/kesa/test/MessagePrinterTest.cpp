@@ -61,10 +61,13 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"ReorderedList",
              {R"([{"id":"1"},{"id":"2"}])", R"([{"id":"2"},{"id":"1"}])"},
              "/s/r  2 elements: reordered"},
-        Case{"SameList", {R"([{"id":"1"}])", R"([{"id":"1"}])"}, "/s/r  1 elements: unchanged"},
+        Case{"RenamedElement",
+             {R"([{"id":"1","name":"a"}])", R"([{"id":"1","name":"b"}])"},
+             "/s/r  1 element: unchanged"},
+        Case{"SameList", {R"([{"id":"1"}])", R"([{"id":"1"}])"}, "/s/r  1 element: unchanged"},
         Case{"ListOfScalars", {R"([1,"b",null])"}, "/s/r  3 elements: 1 b null"},
         Case{"LongListIsCut", {"[1,2,3,4,5,6,7,8,9,10,11,12,13]"}, "/s/r  13 elements: 1 2 3 4 5 6 7 8 9 10 11 12 ..."},
-        Case{"ListAfterObject", {R"({"id":"a"})", "[1]"}, "/s/r  1 elements: 1"}),
+        Case{"ListAfterObject", {R"({"id":"a"})", "[1]"}, "/s/r  1 element: 1"}),
     [](const auto& testInfo) { return testInfo.param.name; });
 
 TEST(MessagePrinter, PrintsMissingDataAsNull)

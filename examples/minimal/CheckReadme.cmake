@@ -1,0 +1,12 @@
+# Fails unless the file README holds the file PROGRAM, word for word, as a block of C++.
+file(READ ${README} readme)
+file(READ ${PROGRAM} program)
+string(FIND "${readme}" "```cpp\n${program}```" position)
+if(position EQUAL -1)
+    message(FATAL_ERROR "README.md does not show ${PROGRAM} as it is: copy the file into its block of C++.")
+endif()
+string(REGEX MATCHALL "\n" lines "${program}")
+list(LENGTH lines count)
+if(count GREATER_EQUAL 80)
+    message(FATAL_ERROR "${PROGRAM} has ${count} lines, and the README promises fewer than 80.")
+endif()
