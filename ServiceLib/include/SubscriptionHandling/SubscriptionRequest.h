@@ -26,11 +26,13 @@ enum class SubscriptionError : Poco::UInt16
     maximum_number_of_event_subscriptions_reached = 503
 };
 
-/// The outcome of an attempt to subscribe.
+/// The outcome of an attempt to subscribe. A value.
 class KESA_API SubscriptionResult
 {
 public:
+    /// Not refused.
     SubscriptionResult();
+    /// Refused with this code; `none` is no refusal, whatever the text. The text may be empty.
     SubscriptionResult(SubscriptionError error, const std::string& message);
 
     /// True when there is an error code, with or without a text.
@@ -44,10 +46,15 @@ private:
     std::string errorMsg;
 };
 
-/// A client's request with the addresses of its connection and the result of the attempt to subscribe.
+/// A client's request with the addresses of its connection and the result of the attempt to subscribe, which is not
+/// refused until cancel() is called.
+///
+/// Ownership: shares the JSON of the request.
+/// Threads:   the operations that are const from many threads at once; cancel() while nobody else uses the object.
 class KESA_API SubscriptionRequest: public Command::WebSocketRequestObject
 {
 public:
+    /// Without addresses: both are 0.0.0.0:0.
     explicit SubscriptionRequest(const Command::WebSocketRequestObject& request);
     /// Takes both addresses from the socket; raises what POCO raises for a socket that is not connected.
     SubscriptionRequest(const Command::WebSocketRequestObject& request, const Poco::Net::WebSocket& socket);
@@ -60,7 +67,7 @@ public:
 
     const Poco::Net::SocketAddress& address() const;     ///< local address of the connection
     const Poco::Net::SocketAddress& peerAddress() const; ///< address of the client
-    const SubscriptionResult& result() const;
+    const SubscriptionResult& result() const;            ///< the outcome so far
     bool isCanceled() const;
 
 private:

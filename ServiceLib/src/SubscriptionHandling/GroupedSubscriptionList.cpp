@@ -3,7 +3,7 @@
 #include <Command/UrlPath.h>
 #include <LogStream.h>
 
-#include <algorithm>
+#include <iterator>
 
 namespace Kesa::Service
 {

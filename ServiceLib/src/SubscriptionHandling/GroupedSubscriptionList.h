@@ -32,13 +32,15 @@ public:
     /// Appends a copy of each group to `out`, in key order.
     void getGroupedList(GroupedSubList& out) const;
     void clear();
+    /// True when there is no group, and so no subscription.
     bool isEmpty() const;
     /// Moves the connection's members with the path and fragment of `url`, whatever their query, to the end of
-    /// `removed`.
+    /// `removed`; true if there were any. A null member raises Poco::NullPointerException; those before it are moved.
     bool removeSubscription(const Net::WebSocketProxy& webSocket, const Command::UrlPath& url,
                             SubscriptionList& removed);
-    /// Moves all members of the connection to the end of `removed`.
+    /// Moves all members of the connection to the end of `removed`, under the same terms.
     bool removeByWebsocket(const Net::WebSocketProxy& webSocket, SubscriptionList& removed);
+    /// Whether any member belongs to the connection.
     bool existsSubscriptionForWebsocket(const Net::WebSocketProxy& webSocket) const;
 
 private:

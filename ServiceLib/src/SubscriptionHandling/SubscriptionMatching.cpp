@@ -60,19 +60,22 @@ SubscriptionMatchResult matchDelete(int distance, UrlPath::Characteristic change
 
 typedef std::vector<Poco::SharedPtr<Command::RenderCriterion>> RenderCriteria;
 
-/// The names of the fields that the filters among `criteria` select.
-std::vector<std::string> fieldNames(const RenderCriteria& criteria)
+/// Whether the predicate holds for one of the field filters among `criteria`.
+template <class Predicate>
+bool anyFilter(const RenderCriteria& criteria, Predicate holds)
 {
-    std::vector<std::string> names;
-    for (const auto& criterion: criteria)
-    {
-        if (const auto* filter = dynamic_cast<const Command::FilterParameter*>(criterion.get()))
-        {
-            for (const auto& field: filter->getFields())
-                names.push_back(field.getName());
-        }
-    }
-    return names;
+    return std::any_of(criteria.begin(), criteria.end(),
+                       [&holds](const Poco::SharedPtr<Command::RenderCriterion>& criterion)
+                       {
+                           const auto* filter = dynamic_cast<const Command::FilterParameter*>(criterion.get());
+                           return filter && holds(*filter);
+                       });
+}
+
+/// Whether one of the field filters among `criteria` names this field.
+bool namesField(const RenderCriteria& criteria, const std::string& name)
+{
+    return anyFilter(criteria, [&name](const Command::FilterParameter& filter) { return filter.contains(name); });
 }
 
 enum class CheckResult
@@ -189,13 +192,14 @@ bool compareFields(const RequestBase& requestCommand, const SubscriptionRequest&
         KESA_LOG_ERROR("Failed to get criteria from Request to compare fields.");
         return false;
     }
-    const std::vector<std::string> requestedNames = fieldNames(*requested);
-    for (const std::string& name: fieldNames(*subscribed))
-    {
-        if (std::find(requestedNames.begin(), requestedNames.end(), name) != requestedNames.end())
-            return true;
-    }
-    return false;
+    return anyFilter(*subscribed,
+                     [requested](const Command::FilterParameter& filter)
+                     {
+                         const auto& fields = filter.getFields();
+                         return std::any_of(fields.begin(), fields.end(),
+                                            [requested](const Command::FilterField& field)
+                                            { return namesField(*requested, field.getName()); });
+                     });
 }
 
 bool subscriptionApplies(HttpRequest::RequestType requestType, const RequestBase& requestCommand,

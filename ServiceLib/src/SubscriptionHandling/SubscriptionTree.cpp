@@ -26,11 +26,10 @@ bool SubscriptionTree::add(const WebSocketProxy& webSocket, const Command::WebSo
     // A connection is marked as ended before its subscriptions are swept, so what passes here is swept.
     if (webSocket.hasEnded())
         return false;
-    SubscriptionTreeNode::SubscriptionTreeNodePtr root = m_root;
     SubscriptionTreeNode::SubscriptionTreeNodePtr node = m_root;
-    if (!root->addChild(webSocket, request, subscription, node))
+    if (!m_root->addChild(webSocket, request, subscription, node))
     {
-        root->prune(request.getUrlPath());
+        m_root->prune(request.getUrlPath());
         return false;
     }
     if (node.isNull())
@@ -59,14 +58,16 @@ bool SubscriptionTree::remove(const WebSocketProxy& webSocket, const UrlPath& ur
                               SubscriptionTreeNode::SubscriptionList& removed)
 {
     ScopedLock<Mutex> lock(m_subscriptionTreeMutex);
-    SubscriptionTreeNode::SubscriptionTreeNodePtr root = m_root;
     SubscriptionTreeNode::SubscriptionTreeNodePtr node = m_root;
-    if (!root->removeChild(webSocket, url, node, removed))
+    if (!m_root->removeChild(webSocket, url, node, removed))
         return false;
     if (node.isNull())
         KESA_LOG_ERROR("Missing node pointer after removing subscription!");
     else
+    {
         removeFromWebsocketMap(webSocket, node, static_cast<uint32_t>(removed.size()));
+        noteUnbooked(webSocket, node);
+    }
     return true;
 }
 
@@ -80,7 +81,6 @@ void SubscriptionTree::removeFromWebsocketMap(const WebSocketProxy& webSocket,
         return;
     }
     WebsocketSubscriptionMapEntry& entry = found->second;
-    noteUnbooked(webSocket, node);
     const auto position = std::find(entry.nodes.begin(), entry.nodes.end(), node);
     if (position == entry.nodes.end())
         return;
@@ -144,17 +144,15 @@ void SubscriptionTree::removeUnbooked(const WebSocketProxy& webSocket, Subscript
 
 void SubscriptionTree::pruneAfterRemoval(const SubscriptionTreeNode::SubscriptionList& removed, std::size_t first)
 {
-    SubscriptionTreeNode::SubscriptionTreeNodePtr root = m_root;
     for (std::size_t index = first; index < removed.size(); ++index)
-        root->prune(removed[index]->getUrlPath());
+        m_root->prune(removed[index]->getUrlPath());
 }
 
 bool SubscriptionTree::searchSubscriptions(Command::HttpRequest::RequestType type, const Command::RequestBase& request,
                                            GroupedSubscriptionList::GroupedSubList& out)
 {
     ScopedLock<Mutex> lock(m_subscriptionTreeMutex);
-    SubscriptionTreeNode::SubscriptionTreeNodePtr root = m_root;
-    return root->searchSubscriptions(nullptr, type, request, out);
+    return m_root->searchSubscriptions(nullptr, type, request, out);
 }
 
 uint32_t SubscriptionTree::getSubscriptionCountPerWebsocket(const WebSocketProxy& webSocket)
@@ -177,15 +175,13 @@ bool SubscriptionTree::getElementSubscriptionsPerWebsocket(const UrlPath& url, c
                                                            SubscriptionTreeNode::SubscriptionList& out)
 {
     ScopedLock<Mutex> lock(m_subscriptionTreeMutex);
-    SubscriptionTreeNode::SubscriptionTreeNodePtr root = m_root;
-    return root->searchElementSubscriptionsPerWebsocketPerResource(url, webSocket, out);
+    return m_root->searchElementSubscriptionsPerWebsocketPerResource(url, webSocket, out);
 }
 
 void SubscriptionTree::clear()
 {
     ScopedLock<Mutex> lock(m_subscriptionTreeMutex);
-    SubscriptionTreeNode::SubscriptionTreeNodePtr root = m_root;
-    root->clear();
+    m_root->clear();
 }
 
 } // namespace Kesa::Service

@@ -12,8 +12,11 @@ namespace Kesa::Service
 {
 
 /// One node of the URL-shaped index of subscriptions. A URL's path decides the way down from the root over service and
-/// resource to element; a subscription hangs at the node whose level is the characteristic of its URL.
+/// resource to element; a subscription hangs at the node whose level is the characteristic of its URL. A node touches
+/// one child on the way, whatever the number of subscriptions.
 ///
+/// Invariant: a child's level is the step below its parent's; a node below the root is empty only after a failed
+/// addChild or a removeByWebsocket, until prune or removeChild passes through it.
 /// Ownership: shares its children with the tree's bookkeeping; a parent need not outlive them.
 /// Threads:   no lock of its own; reached under the tree's mutex.
 class KESA_API SubscriptionTreeNode
@@ -34,7 +37,8 @@ public:
                              const Command::RequestBase& requestCommand,
                              GroupedSubscriptionList::GroupedSubList& foundSubscriptionList);
     /// Takes the connection's subscriptions out of the URL's node and prunes nodes that are empty on the way back up.
-    /// `modifiedNode` becomes the node where they stood.
+    /// `modifiedNode` becomes the node where they stood, also when that was pruned; it stays as it was where that is
+    /// this node. False when there is none.
     bool removeChild(const Net::WebSocketProxy& websocket, const Command::UrlPath& urlPath,
                      SubscriptionTreeNodePtr& modifiedNode, SubscriptionList& removedSubscriptions);
     /// Takes the connection's subscriptions out of this node's own list.
@@ -42,15 +46,20 @@ public:
     /// Erases the empty nodes on the way to the URL.
     void prune(const Command::UrlPath& urlPath);
 
+    /// True when there is neither a subscription here nor a child.
     bool isEmpty() const;
+    /// Whether the connection has subscriptions at this very node.
     bool hasSubscriptionsForWebsocket(const Net::WebSocketProxy& webSocket) const;
+    /// Drops children and subscriptions.
     void clear();
     /// This node's subscriptions of the connection, group after group, in key order.
     SubscriptionList getNodeSubscriptionsPerWebsocket(const Net::WebSocketProxy& webSocket) const;
-    /// On the root: the connection's subscriptions to the elements of a resource. False, logged, when there is no such
-    /// resource in the tree.
+    /// On the root: the connection's subscriptions to the elements of the resource `url`, element after element, in key
+    /// order; what was in `out` goes. False, logged, on another node, for another kind of URL, and when the tree has no
+    /// such resource.
     bool searchElementSubscriptionsPerWebsocketPerResource(const Command::UrlPath& url,
                                                            const Net::WebSocketProxy& webSocket, SubscriptionList& out);
+    /// A copy; the nodes are shared.
     SubscriptionTreeChildList getChildNodeList() const;
 
 private:
