@@ -4,6 +4,7 @@
 
 #include <Poco/Types.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -82,13 +83,14 @@ public:
 private:
     void startService();
     void closeWebsockets();
+    void waitForStopRequest() const;
     int stopReporting();
 
     Kesa::Service::GenericServiceBootstrap& m_bootstrap;
     const Options m_options;
     const int m_stopRequests; ///< an eventfd
     std::unique_ptr<FrontDoor> m_door;
-    Poco::UInt16 m_port = 0;
+    std::atomic<Poco::UInt16> m_port{0}; ///< atomic: read by any thread
     bool m_isServiceUp = false;
 };
 

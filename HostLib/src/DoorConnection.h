@@ -50,6 +50,7 @@ struct DoorConnection
     bool isReused = false;     ///< it has carried a request before
     bool isHeadWhole = false;  ///< only the body is waited for
     bool isWatched = false;    ///< the loop's epoll knows the descriptor
+    bool isTaken = false;      ///< a websocket has the socket now: it is not touched any more
     bool closes = false;       ///< no further request: close once all is sent
     std::size_t discarded = 0; ///< bytes thrown away while lingering
     Poco::Clock deadline{0};   ///< when the present phase ends by itself

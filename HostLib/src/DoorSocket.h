@@ -67,7 +67,6 @@ public:
     /// Sends what waits and becomes a plain socket, for those who take over the descriptor. False if not all could be
     /// sent.
     bool release();
-    bool isReleased() const { return m_released; }
 
     int receiveBytes(void* buffer, int length, int flags = 0) override;
     int sendBytes(const void* buffer, int length, int flags = 0) override;

@@ -36,7 +36,7 @@ struct FrontDoor::Parts
     void serve(DoorPool::Connection connection)
     {
         runner.serve(*connection);
-        if (!connection->door().isReleased())
+        if (!connection->isTaken)
             return loop->giveBack(std::move(connection));
         connection.reset();
         loop->forget();

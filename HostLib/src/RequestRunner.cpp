@@ -10,6 +10,7 @@
 #include <Poco/Net/HTTPServerRequestImpl.h>
 #include <Poco/Net/HTTPServerResponseImpl.h>
 #include <Poco/Net/HTTPServerSession.h>
+#include <Poco/Net/NetException.h>
 #include <Poco/Timestamp.h>
 
 namespace Kesa::Host
@@ -22,6 +23,13 @@ namespace
 bool isWhole(const RequestHead& head, const DoorSocket& socket)
 {
     return !head.chunked && (head.bodyLength == 0 || socket.hasArrived(head.length + head.bodyLength));
+}
+
+/// True if the handler made a websocket of the connection, whose socket then belongs to others and is not touched any
+/// more.
+bool isTaken(Poco::Net::HTTPServerRequestImpl& request, DoorConnection& connection)
+{
+    return request.session().socket().impl() != connection.socket.impl();
 }
 
 } // namespace
@@ -43,9 +51,13 @@ void RequestRunner::serve(DoorConnection& connection) const
         {
             connection.closes = !exchange(session, connection);
         }
-        catch (const Poco::Exception& e)
+        catch (const Poco::Net::MessageException&) // POCO refuses what the front door let pass; nothing was sent
         {
-            // What POCO refuses although the head was well-formed, or a client that has gone.
+            const std::string answer = rawErrorAnswer(400, "The request head is malformed.");
+            connection.door().sendBytes(answer.data(), static_cast<int>(answer.size()));
+        }
+        catch (const Poco::Exception& e) // the client has gone, as a rule
+        {
             KESA_LOG_INFO("A request of " << connection.address << " failed: " << e.displayText());
         }
         session.detachSocket(); // the descriptor stays ours when the session goes
@@ -54,7 +66,7 @@ void RequestRunner::serve(DoorConnection& connection) const
     {
         KESA_LOG_ERROR("A request of " << connection.address << " failed: " << e.what());
     }
-    if (!connection.door().isReleased())
+    if (!connection.isTaken)
         connection.door().flush();
 }
 
@@ -75,18 +87,21 @@ bool RequestRunner::exchange(Poco::Net::HTTPServerSession& session, DoorConnecti
     response.setVersion(request.getVersion());
     response.setKeepAlive(whole && request.getKeepAlive());
     answer(request, response, connection);
-    if (whole && !socket.isReleased())
+    if (connection.isTaken)
+        return false;
+    if (whole)
         socket.discardUnread();
     return whole && response.getKeepAlive();
 }
 
-void RequestRunner::answer(Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response,
+void RequestRunner::answer(Poco::Net::HTTPServerRequestImpl& request, Poco::Net::HTTPServerResponse& response,
                            DoorConnection& connection) const
 {
     try
     {
         m_handler(request, response);
-        if (response.sent() || connection.door().isReleased())
+        connection.isTaken = isTaken(request, connection);
+        if (response.sent())
             return;
         KESA_LOG_ERROR("The handler of " << request.getMethod() << " " << request.getURI() << " sent no answer.");
     }
@@ -103,8 +118,7 @@ void RequestRunner::answer(Poco::Net::HTTPServerRequest& request, Poco::Net::HTT
     {
         KESA_LOG_ERROR("The handler of " << request.getMethod() << " " << request.getURI() << " failed.");
     }
-    if (connection.door().isReleased())
-        return;
+    connection.isTaken = isTaken(request, connection);
     if (response.sent())
         response.setKeepAlive(false); // half an answer: only the end of the connection tells the client
     else

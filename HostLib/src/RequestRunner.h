@@ -8,6 +8,7 @@
 namespace Poco::Net
 {
 class HTTPServerParams;
+class HTTPServerRequestImpl;
 class HTTPServerSession;
 } // namespace Poco::Net
 
@@ -28,13 +29,14 @@ public:
     ~RequestRunner();
 
     /// Answers the request whose head the connection's parser has read. Raises nothing. Afterwards the connection's
-    /// `closes` says whether another request may follow; its socket may have been released to a websocket.
+    /// `closes` says whether another request may follow; and `isTaken` whether the handler
+    /// made a websocket of it.
     void serve(DoorConnection& connection) const;
 
 private:
     /// Says how the request ended: true if the connection can carry another one.
     bool exchange(Poco::Net::HTTPServerSession& session, DoorConnection& connection) const;
-    void answer(Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response,
+    void answer(Poco::Net::HTTPServerRequestImpl& request, Poco::Net::HTTPServerResponse& response,
                 DoorConnection& connection) const;
 
     const FrontDoor::Handler m_handler;

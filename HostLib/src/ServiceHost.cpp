@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -121,10 +122,18 @@ int ServiceHost::run()
         return EXIT_FAILURE;
     }
     std::cout << "listening on " << url() << std::endl;
-    std::uint64_t requests = 0;
-    while (::read(m_stopRequests, &requests, sizeof requests) < 0 && errno == EINTR)
-        ;
+    waitForStopRequest();
     return stopReporting();
+}
+
+void ServiceHost::waitForStopRequest() const
+{
+    pollfd poller{m_stopRequests, POLLIN, 0};
+    while (::poll(&poller, 1, -1) < 0 && errno == EINTR)
+        ;
+    std::uint64_t requests = 0;
+    [[maybe_unused]] const ssize_t ignored =
+        ::read(m_stopRequests, &requests, sizeof requests); // there is at least one
 }
 
 int ServiceHost::stopReporting()

@@ -1,5 +1,6 @@
 #include "FrontDoor.h"
 
+#include "DoorSocket.h"
 #include "TestClient.h"
 #include "TestTools.h"
 
@@ -8,8 +9,10 @@
 #include <Poco/JSON/Object.h>
 #include <Poco/JSON/Parser.h>
 #include <Poco/Net/HTTPServerRequest.h>
+#include <Poco/Net/HTTPServerRequestImpl.h>
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Net/NetException.h>
+#include <Poco/Net/WebSocket.h>
 #include <Poco/StreamCopier.h>
 
 #include <gmock/gmock.h>
@@ -17,6 +20,7 @@
 
 #include <atomic>
 #include <optional>
+#include <random>
 #include <vector>
 
 using Kesa::Host::FrontDoor;
@@ -52,6 +56,8 @@ protected:
             return;
         if (url == "/wait")
             blocker.wait();
+        if (url == "/websocket")
+            return becomeWebsocket(request, response);
         if (url == "/stop")
         {
             EXPECT_THROW(door->stop(), Poco::IllegalStateException);
@@ -67,6 +73,14 @@ protected:
         response.sendBuffer(body.data(), body.size());
     }
 
+    void becomeWebsocket(HTTPServerRequest& request, HTTPServerResponse& response)
+    {
+        auto* socket = Kesa::Host::DoorSocket::of(dynamic_cast<Poco::Net::HTTPServerRequestImpl&>(request).socket());
+        webSocket = new Poco::Net::WebSocket(request, response);
+        EXPECT_TRUE(socket->release());
+        isUpgraded.set();
+    }
+
     static void expectErrorDocument(const TestClient::Answer& answer, int status)
     {
         EXPECT_EQ(answer.status, status) << answer.head << answer.body;
@@ -80,6 +94,8 @@ protected:
     }
 
     static constexpr std::size_t LARGE = 8 * 1024 * 1024;
+    Poco::SharedPtr<Poco::Net::WebSocket> webSocket;
+    Poco::Event isUpgraded;
     Poco::Event blocker{Poco::Event::EVENT_MANUALRESET};
     std::atomic<int> handled{0};
     std::optional<FrontDoor> door;
@@ -433,6 +449,62 @@ TEST_F(FrontDoorTest, ForgetsClientsThatGoInTheMiddle)
     EXPECT_TRUE(eventually([this] { return door->connections() == 0; }));
 }
 
+TEST_F(FrontDoorTest, AnswersOrClosesWhateverBytesArrive)
+{
+    open();
+    std::mt19937 random(17);
+    const std::string good = "GET /a HTTP/1.1\r\nHost: x\r\nContent-Length: 3\r\nX: y\r\n\r\nabc";
+    for (int i = 0; i < 500; ++i)
+    {
+        std::string bytes = good + good;
+        for (unsigned changes = random() % 4; changes > 0; --changes)
+        {
+            const std::size_t where = random() % bytes.size();
+            switch (random() % 3)
+            {
+            case 0:
+                bytes[where] = static_cast<char>(random());
+                break;
+            case 1:
+                bytes.erase(where, 1 + random() % 10);
+                break;
+            default:
+                bytes.insert(where, bytes.substr(random() % bytes.size(), random() % 20));
+            }
+        }
+        TestClient client = connect();
+        client.send(bytes);
+        client.finish();
+        TestClient::Answer answer;
+        while ((answer = client.receive()).status != 0)
+            ASSERT_THAT(answer.head, testing::StartsWith("HTTP/1.1 ")) << bytes;
+        ASSERT_EQ(client.receiveBytes(1), "") << "half an answer to " << bytes;
+    }
+    EXPECT_TRUE(eventually([this] { return door->connections() == 0; }));
+    EXPECT_GT(handled, 100);
+}
+
+TEST_F(FrontDoorTest, OutlivesThousandsOfConnectionsThatAreOpenedAndDropped)
+{
+    open();
+    connect().get("/a");
+    ASSERT_TRUE(eventually([this] { return door->connections() == 0; }));
+    const long descriptors = openDescriptors();
+    for (int i = 0; i < 3000; ++i)
+    {
+        TestClient client = connect();
+        if (i % 3 == 1)
+            client.trySend("GET / HT");
+        if (i % 2 == 1)
+            client.reset();
+    }
+    EXPECT_TRUE(eventually([this] { return door->connections() == 0; }));
+    EXPECT_EQ(openDescriptors(), descriptors);
+    TestClient client = connect();
+    client.get("/a");
+    EXPECT_EQ(client.receive().body, "/a");
+}
+
 // --- handlers ---
 
 TEST_F(FrontDoorTest, AnswersWith500WhenTheHandlerRaises)
@@ -454,6 +526,24 @@ TEST_F(FrontDoorTest, RefusesToBeStoppedByAHandler)
     TestClient client = connect();
     client.get("/stop");
     EXPECT_EQ(client.receive().body, "/stop");
+}
+
+TEST_F(FrontDoorTest, LetsAWebsocketGoAndKeepsNothingOfIt)
+{
+    open();
+    TestClient client = connect();
+    client.get("/websocket", "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
+                             "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n");
+    EXPECT_EQ(client.receive().status, 101);
+    isUpgraded.wait();
+    EXPECT_TRUE(eventually([this] { return door->connections() == 0; }));
+    webSocket->sendFrame("hello", 5);
+    EXPECT_EQ(client.receiveBytes(7), "\x81\x05hello");
+    door.reset(); // neither this nor the time closes it
+    webSocket->sendFrame("later", 5);
+    EXPECT_EQ(client.receiveBytes(7), "\x81\x05later");
+    webSocket.reset();
+    EXPECT_TRUE(client.isClosedByServer());
 }
 
 TEST_F(FrontDoorTest, ServesOthersWhileAHandlerWaits)

@@ -221,12 +221,15 @@ TEST_F(ServiceHostTest, RefusesASecondStart)
 TEST_F(ServiceHostTest, ClosesWebsocketsWith1001AtTheStop)
 {
     start();
-    WebsocketPeer peer(host->port());
     bool stopped = false;
-    std::thread stopper([&] { stopped = host->stop(); });
-    EXPECT_EQ(peer.closeCode(), 1001);
-    peer.send(WebsocketPeer::frame(8, "\x03\xe9"));
-    EXPECT_TRUE(peer.ended());
+    std::thread stopper;
+    {
+        WebsocketPeer peer(host->port());
+        stopper = std::thread([&] { stopped = host->stop(); });
+        EXPECT_EQ(peer.closeCode(), 1001);
+        peer.send(WebsocketPeer::frame(8, "\x03\xe9"));
+        EXPECT_TRUE(peer.ended());
+    }
     stopper.join();
     EXPECT_TRUE(stopped);
     EXPECT_TRUE(host->stop());
@@ -390,10 +393,12 @@ TEST(ServiceProcessTest, PrintsWhereItListensAndStopsCleanlyOnSignals)
         TestClient client(process.port);
         client.get("/shop/orders/1");
         EXPECT_EQ(client.receive().status, 200);
-        WebsocketPeer peer(process.port);
-        process.child.signal(signal);
-        EXPECT_EQ(peer.closeCode(), 1001);
-        peer.send(WebsocketPeer::frame(8, "\x03\xe9"));
+        {
+            WebsocketPeer peer(process.port);
+            process.child.signal(signal);
+            EXPECT_EQ(peer.closeCode(), 1001);
+            peer.send(WebsocketPeer::frame(8, "\x03\xe9"));
+        }
         EXPECT_EQ(process.child.wait(), 0);
         EXPECT_EQ(process.child.readLine(), "") << "one line is all that it prints";
     }
@@ -432,7 +437,6 @@ TEST(ServiceProcessTest, NeitherSpinsNorDiesWithoutADescriptorLeft)
     TinyProcess process("64");
     ASSERT_NE(process.port, 0);
     std::vector<TestClient> clients;
-    int refused = 0;
     for (int i = 0; i < 150; ++i)
         clients.emplace_back(process.port);
     for (TestClient& client: clients)
@@ -440,9 +444,7 @@ TEST(ServiceProcessTest, NeitherSpinsNorDiesWithoutADescriptorLeft)
     const long before = process.child.processorTime();
     std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_LT(process.child.processorTime() - before, 300) << "of a second";
-    for (std::size_t i = 0; i < clients.size(); i += 149)
-        refused += clients[clients.size() - 1 - i].receive().status == 503;
-    EXPECT_EQ(refused, 1);
+    EXPECT_EQ(clients.back().receive().status, 503);
     clients.clear();
     EXPECT_TRUE(eventually(
         [&]

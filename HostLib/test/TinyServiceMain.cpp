@@ -5,9 +5,10 @@
 
 #include <ServiceHost.h>
 
-#include <cstdlib>
+#include <chrono>
 #include <string>
 #include <sys/resource.h>
+#include <thread>
 
 namespace
 {
@@ -17,8 +18,8 @@ class SlowService: public TinyService
 protected:
     bool shutdownImpl() override
     {
-        Poco::Event().wait(); // never set
-        return true;
+        while (true)
+            std::this_thread::sleep_for(std::chrono::seconds(1));
     }
 };
 
