@@ -2,8 +2,6 @@
 
 #include "LimitsAndTimes.h"
 
-#include <Poco/UTF8Encoding.h>
-
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -14,7 +12,7 @@ namespace Kesa::Net
 namespace
 {
 
-/// Size of the shortest header of a client's frame with a payload of this length; longer forms are a violation.
+/// Size of a client's header of a frame with a payload of this length: wslay refuses longer forms.
 std::size_t headerSize(std::uint64_t payload)
 {
     constexpr std::size_t BASIC_AND_MASK = 6;
@@ -23,26 +21,12 @@ std::size_t headerSize(std::uint64_t payload)
     return BASIC_AND_MASK + (payload <= 0xFFFF ? 2 : 8);
 }
 
-const char* violationText(unsigned short code)
+/// The codes that RFC 6455 and its registry let an endpoint send.
+bool mayBeSent(unsigned int code)
 {
-    switch (code)
-    {
-    case CLOSE_INVALID_TEXT:
-        return "text that is not valid UTF-8";
-    case CLOSE_TOO_BIG:
-        return "message too big";
-    default:
-        return "protocol error";
-    }
-}
-
-bool isUtf8(const unsigned char* bytes, int size)
-{
-    const Poco::UTF8Encoding encoding;
-    for (int at = 0; at < size; at += encoding.sequenceLength(bytes + at, size - at))
-        if (encoding.queryConvert(bytes + at, size - at) < 0)
-            return false;
-    return true;
+    if (code == 1004 || code == 1005 || code == 1006)
+        return false;
+    return (code >= 1000 && code <= 1014) || (code >= 3000 && code <= 4999);
 }
 
 } // namespace
@@ -51,30 +35,37 @@ FrameReader::Sink::~Sink() = default;
 
 FrameReader::FrameReader()
 {
-    const wslay_event_callbacks callbacks = {&onRead,       &onSend,     nullptr,      &onFrameStart,
-                                             &onFrameChunk, &onFrameEnd, &onMessageEnd};
-    if (wslay_event_context_server_init(&m_context, &callbacks, this) != 0)
+    const wslay_frame_callbacks callbacks = {nullptr, &onRead, nullptr};
+    if (wslay_frame_context_init(&m_context, &callbacks, this) != 0)
         throw std::bad_alloc();
-    wslay_event_config_set_no_buffering(m_context,
-                                        1); // a buffer that grows with what arrived, not with what was announced
 }
 
 FrameReader::~FrameReader()
 {
-    wslay_event_context_free(m_context);
+    wslay_frame_context_free(m_context);
 }
 
 void FrameReader::feed(const char* data, std::size_t size, Sink& sink)
 {
-    if (m_ended)
-        return;
     m_sink = &sink;
     m_input = data;
     m_inputSize = size;
     m_unfinished += size;
-    const int result = wslay_event_recv(m_context);
-    checkForViolation(result);
-    m_sink = nullptr;
+    while (!m_ended)
+    {
+        wslay_frame_iocb frame = {};
+        const ssize_t result = wslay_frame_recv(m_context, &frame);
+        if (result == WSLAY_ERR_WANT_READ)
+            break;
+        if (result < 0)
+            return fail(CLOSE_PROTOCOL_ERROR, "a frame header that is not allowed");
+        if (!m_inFrame)
+            beginFrame(frame);
+        if (!m_ended)
+            takePayload(frame);
+        if (!m_ended && m_frameLeft == 0)
+            endFrame(frame);
+    }
 }
 
 bool FrameReader::isInside() const
@@ -82,119 +73,112 @@ bool FrameReader::isInside() const
     return m_unfinished > 0 || m_inMessage;
 }
 
-/// wslay answers pings, closes and violations by itself; the answers are ours to write, so its own are thrown away, but
-/// for the code of its close frame.
-void FrameReader::checkForViolation(int result)
-{
-    if (result == WSLAY_ERR_NOMEM)
-        throw std::bad_alloc();
-    if (wslay_event_want_write(m_context) && wslay_event_send(m_context) == WSLAY_ERR_NOMEM)
-        throw std::bad_alloc();
-    if (m_ended || wslay_event_get_read_enabled(m_context))
-        return;
-    unsigned short code = result == 0 ? wslay_event_get_status_code_sent(m_context) : 0;
-    if (code != CLOSE_INVALID_TEXT && code != CLOSE_TOO_BIG)
-        code = CLOSE_PROTOCOL_ERROR; // a violation inside a frame's header leaves wslay's code empty
-    fail(code, violationText(code));
-}
-
 void FrameReader::fail(unsigned short code, const char* why)
 {
     m_ended = true;
-    wslay_event_shutdown_read(m_context);
     m_sink->onFailure(code, why);
 }
 
-void FrameReader::beginFrame(const wslay_event_on_frame_recv_start_arg& frame)
+void FrameReader::beginFrame(const wslay_frame_iocb& frame)
 {
-    m_frameSize = headerSize(frame.payload_length) + frame.payload_length;
-    m_inControlFrame = wslay_is_ctrl_frame(frame.opcode);
-    if (m_inControlFrame || m_ended)
-        return;
-    m_inMessage = true;
+    m_inFrame = true;
+    m_frameLeft = frame.payload_length;
+    if (frame.rsv != WSLAY_RSV_NONE)
+        return fail(CLOSE_PROTOCOL_ERROR, "a frame with reserved bits");
+    if (!frame.mask)
+        return fail(CLOSE_PROTOCOL_ERROR, "a frame that is not masked");
+    switch (frame.opcode)
+    {
+    case WSLAY_CONTINUATION_FRAME:
+    case WSLAY_TEXT_FRAME:
+    case WSLAY_BINARY_FRAME:
+        return beginMessage(frame);
+    case WSLAY_CONNECTION_CLOSE:
+    case WSLAY_PING:
+    case WSLAY_PONG:
+        return m_control.clear();
+    default:
+        return fail(CLOSE_PROTOCOL_ERROR, "a frame with a reserved opcode");
+    }
+}
+
+void FrameReader::beginMessage(const wslay_frame_iocb& frame)
+{
+    const bool isContinued = frame.opcode == WSLAY_CONTINUATION_FRAME;
+    if (isContinued != m_inMessage)
+        return fail(CLOSE_PROTOCOL_ERROR, isContinued ? "a continuation of no message" : "a message inside a message");
     if (frame.opcode == WSLAY_BINARY_FRAME)
         return fail(CLOSE_UNSUPPORTED_DATA, "binary messages are not supported");
     if (frame.payload_length > MAX_MESSAGE - m_announced)
-        return fail(CLOSE_TOO_BIG, violationText(CLOSE_TOO_BIG));
+        return fail(CLOSE_TOO_BIG, "a message of more than 1 MiB");
+    m_inMessage = true;
     m_announced += frame.payload_length;
 }
 
-void FrameReader::endMessage(const wslay_event_on_msg_recv_arg& message)
+void FrameReader::takePayload(const wslay_frame_iocb& frame)
 {
-    if (m_ended)
-        return;
-    if (message.opcode == WSLAY_TEXT_FRAME)
-    {
-        m_inMessage = false;
-        m_announced = 0;
-        std::string text;
-        text.swap(m_message);
-        m_sink->onMessage(std::move(text));
-    }
-    else if (message.opcode == WSLAY_PING)
-        m_sink->onPing(std::string(reinterpret_cast<const char*>(message.msg), message.msg_length));
-    else if (message.opcode == WSLAY_CONNECTION_CLOSE)
-        endConnection(message);
+    const char* const data = reinterpret_cast<const char*>(frame.data);
+    m_frameLeft -= frame.data_length;
+    if (wslay_is_ctrl_frame(frame.opcode))
+        m_control.append(data, frame.data_length);
+    else if (m_checker.take(data, frame.data_length))
+        m_message.append(data, frame.data_length);
+    else
+        fail(CLOSE_INVALID_TEXT, "text that is not UTF-8");
 }
 
-/// Checks what wslay leaves unchecked: a payload of half a code, and a reason that arrives in pieces.
-void FrameReader::endConnection(const wslay_event_on_msg_recv_arg& message)
+void FrameReader::endFrame(const wslay_frame_iocb& frame)
+{
+    m_inFrame = false;
+    m_unfinished -= headerSize(frame.payload_length) + frame.payload_length;
+    if (frame.opcode == WSLAY_CONNECTION_CLOSE)
+        endConnection();
+    else if (frame.opcode == WSLAY_PING)
+        m_sink->onPing(std::move(m_control));
+    else if (frame.opcode != WSLAY_PONG && frame.fin)
+        endMessage();
+}
+
+void FrameReader::endMessage()
+{
+    if (!m_checker.isWhole())
+        return fail(CLOSE_INVALID_TEXT, "text that ends inside a character");
+    std::string text;
+    text.swap(m_message);
+    m_inMessage = false;
+    m_announced = 0;
+    m_sink->onMessage(std::move(text));
+}
+
+void FrameReader::endConnection()
 {
     constexpr std::size_t CODE_SIZE = 2;
-    if (message.msg_length == 0)
-    {
-        m_ended = true;
-        return m_sink->onClose(CLOSE_NO_CODE);
-    }
-    if (message.msg_length < CODE_SIZE)
+    unsigned int code = CLOSE_NO_CODE;
+    if (m_control.size() == 1)
         return fail(CLOSE_PROTOCOL_ERROR, "a close frame with half a code");
-    if (!isUtf8(message.msg + CODE_SIZE, static_cast<int>(message.msg_length - CODE_SIZE)))
-        return fail(CLOSE_INVALID_TEXT, violationText(CLOSE_INVALID_TEXT));
+    if (m_control.size() >= CODE_SIZE)
+    {
+        code = static_cast<unsigned char>(m_control[0]) << 8 | static_cast<unsigned char>(m_control[1]);
+        if (!mayBeSent(code))
+            return fail(CLOSE_PROTOCOL_ERROR, "a close code that is not allowed");
+        Utf8Checker reason;
+        if (!reason.take(m_control.data() + CODE_SIZE, m_control.size() - CODE_SIZE) || !reason.isWhole())
+            return fail(CLOSE_INVALID_TEXT, "a close reason that is not UTF-8");
+    }
     m_ended = true;
-    m_sink->onClose(message.status_code);
+    m_sink->onClose(static_cast<unsigned short>(code));
 }
 
-ssize_t FrameReader::onRead(wslay_event_context_ptr context, std::uint8_t* buffer, std::size_t size, int, void* self)
+ssize_t FrameReader::onRead(std::uint8_t* buffer, std::size_t size, int, void* self)
 {
     FrameReader& reader = *static_cast<FrameReader*>(self);
     const std::size_t taken = std::min(size, reader.m_inputSize);
     if (taken == 0)
-    {
-        wslay_event_set_error(context, WSLAY_ERR_WOULDBLOCK);
-        return -1;
-    }
+        return -1; // wants more than there is
     std::memcpy(buffer, reader.m_input, taken);
     reader.m_input += taken;
     reader.m_inputSize -= taken;
     return static_cast<ssize_t>(taken);
-}
-
-ssize_t FrameReader::onSend(wslay_event_context_ptr, const std::uint8_t*, std::size_t size, int, void*)
-{
-    return static_cast<ssize_t>(size);
-}
-
-void FrameReader::onFrameStart(wslay_event_context_ptr, const wslay_event_on_frame_recv_start_arg* frame, void* self)
-{
-    static_cast<FrameReader*>(self)->beginFrame(*frame);
-}
-
-void FrameReader::onFrameChunk(wslay_event_context_ptr, const wslay_event_on_frame_recv_chunk_arg* chunk, void* self)
-{
-    FrameReader& reader = *static_cast<FrameReader*>(self);
-    if (!reader.m_inControlFrame && !reader.m_ended)
-        reader.m_message.append(reinterpret_cast<const char*>(chunk->data), chunk->data_length);
-}
-
-void FrameReader::onFrameEnd(wslay_event_context_ptr, void* self)
-{
-    FrameReader& reader = *static_cast<FrameReader*>(self);
-    reader.m_unfinished -= reader.m_frameSize;
-}
-
-void FrameReader::onMessageEnd(wslay_event_context_ptr, const wslay_event_on_msg_recv_arg* message, void* self)
-{
-    static_cast<FrameReader*>(self)->endMessage(*message);
 }
 
 } // namespace Kesa::Net

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Export.h"
+#include "Utf8Checker.h"
 
 #include <wslay/wslay.h>
 
@@ -11,7 +12,8 @@
 namespace Kesa::Net
 {
 
-/// Turns the bytes that a client sends into events, by the rules of RFC 6455 for a server. Knows no socket.
+/// Turns the bytes that a client sends into events, by the rules of RFC 6455 for a server. Knows no socket. wslay reads
+/// the frames; what they mean to each other and to their content is decided here.
 ///
 /// Ownership: borrows the sink for the time of feed().
 /// Threads:   one at a time.
@@ -51,30 +53,29 @@ public:
     bool isInside() const;
 
 private:
-    static ssize_t onRead(wslay_event_context_ptr, std::uint8_t* buffer, std::size_t size, int, void* self);
-    static ssize_t onSend(wslay_event_context_ptr, const std::uint8_t*, std::size_t size, int, void* self);
-    static void onFrameStart(wslay_event_context_ptr, const wslay_event_on_frame_recv_start_arg*, void* self);
-    static void onFrameChunk(wslay_event_context_ptr, const wslay_event_on_frame_recv_chunk_arg*, void* self);
-    static void onFrameEnd(wslay_event_context_ptr, void* self);
-    static void onMessageEnd(wslay_event_context_ptr, const wslay_event_on_msg_recv_arg*, void* self);
+    static ssize_t onRead(std::uint8_t* buffer, std::size_t size, int, void* self);
 
-    void beginFrame(const wslay_event_on_frame_recv_start_arg& frame);
-    void endMessage(const wslay_event_on_msg_recv_arg& message);
-    void endConnection(const wslay_event_on_msg_recv_arg& message);
-    void checkForViolation(int result);
+    void beginFrame(const wslay_frame_iocb& frame);
+    void beginMessage(const wslay_frame_iocb& frame);
+    void takePayload(const wslay_frame_iocb& frame);
+    void endFrame(const wslay_frame_iocb& frame);
+    void endMessage();
+    void endConnection();
     void fail(unsigned short code, const char* why);
 
-    wslay_event_context_ptr m_context = nullptr;
+    wslay_frame_context_ptr m_context = nullptr;
     Sink* m_sink = nullptr;        // set during feed()
     const char* m_input = nullptr; // what feed() was given and wslay has not fetched yet
     std::size_t m_inputSize = 0;
-    std::string m_message;        // the payload so far of the data message that is arriving
-    std::size_t m_announced = 0;  // its size as told by the frame headers so far
-    std::size_t m_frameSize = 0;  // of the frame that is arriving, header included
-    std::size_t m_unfinished = 0; // bytes taken that belong to no complete frame
-    bool m_inControlFrame = false;
-    bool m_inMessage = false; // a data message has begun and its last frame is not there
-    bool m_ended = false;     // a close frame or a violation was seen
+    std::size_t m_unfinished = 0;  // bytes taken that belong to no complete frame
+    bool m_inFrame = false;        // the header of a frame is known and its end has not come
+    std::uint64_t m_frameLeft = 0; // bytes of its payload that have not come
+    bool m_inMessage = false;      // a message has begun and its last frame is not there
+    std::uint64_t m_announced = 0; // its size as told by its frames' headers so far
+    std::string m_message;         // its payload so far
+    Utf8Checker m_checker;         // has seen that payload
+    std::string m_control;         // the payload so far of a control frame
+    bool m_ended = false;          // a close frame or a violation was seen
 };
 
 } // namespace Kesa::Net

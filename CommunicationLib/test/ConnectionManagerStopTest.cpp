@@ -13,7 +13,6 @@ namespace
 
 using Kesa::Net::WebsocketConnectionManager;
 using Kesa::Test::eventually;
-using Kesa::Test::Gate;
 using Kesa::Test::ServedConnections;
 using Kesa::Test::WebsocketPeer;
 
@@ -21,6 +20,9 @@ typedef std::chrono::steady_clock Clock;
 
 class ConnectionManagerStopTest: public ServedConnections
 {
+protected:
+    static constexpr std::size_t THREADS_OF_A_MANAGER = 3;
+    const std::size_t threadsWithout = threads() - THREADS_OF_A_MANAGER;
 };
 
 TEST_F(ConnectionManagerStopTest, StopTellsEverybody1001AndFiresEachCloseOnce)
@@ -85,7 +87,6 @@ TEST_F(ConnectionManagerStopTest, AfterTheStopNewConnectionsAreTold1001)
 
 TEST_F(ConnectionManagerStopTest, StopWaitsForARunningHandler)
 {
-    Gate entered;
     std::atomic<bool> isInside{false};
     onData = [&](const Data&)
     {
@@ -105,23 +106,22 @@ TEST_F(ConnectionManagerStopTest, StopWaitsForARunningHandler)
 TEST_F(ConnectionManagerStopTest, AStopFromAHandlerIsRefused)
 {
     const Kesa::Test::CapturedLog log(Poco::Message::PRIO_CRITICAL);
-    Gate refused, refusedAtClose;
     onData = [&](const Data&)
     {
         EXPECT_THROW(manager->stop(), Poco::IllegalStateException);
-        refused.open();
+        entered.open();
     };
     onClosed = [&](const Event&)
     {
         EXPECT_THROW(manager->stop(), Poco::IllegalStateException);
-        refusedAtClose.open();
+        leave.open();
     };
     WebsocketPeer peer = connect();
     peer.sendText("x");
-    refused.wait();
+    entered.wait();
     waitForLoop(peer);
     reset(peer);
-    refusedAtClose.wait();
+    leave.wait();
     EXPECT_EQ(log.count(Poco::Message::PRIO_CRITICAL), 2u);
 }
 
@@ -136,36 +136,37 @@ TEST_F(ConnectionManagerStopTest, AStopOnAnyThreadOfTheLibraryIsRefused)
 TEST_F(ConnectionManagerStopTest, TheLastReferenceMayGoInAMessageHandler)
 {
     const Kesa::Test::CapturedLog log(Poco::Message::PRIO_CRITICAL);
-    Gate gone;
     onData = [&](const Data& payload)
     {
         manager = nullptr;
         EXPECT_THROW(payload.webSocketProxy.write("x"), Poco::Net::WebSocketException);
-        gone.open();
+        entered.open();
     };
     WebsocketPeer peer = connect();
     peer.send(WebsocketPeer::frame(0x1, "first") + WebsocketPeer::frame(0x1, "second"));
-    gone.wait();
+    entered.wait();
     EXPECT_EQ(peer.closeCode(), 1001);
     EXPECT_EQ(log.count(Poco::Message::PRIO_CRITICAL), 1u);
     EXPECT_EQ(messages().size(), 1u);
+    EXPECT_TRUE(eventually([&] { return threads() == threadsWithout; }));
 }
 
 TEST_F(ConnectionManagerStopTest, TheLastReferenceMayGoInACloseHandler)
 {
     const Kesa::Test::CapturedLog log(Poco::Message::PRIO_CRITICAL);
-    Gate gone;
     onClosed = [&](const Event&)
     {
         manager = nullptr;
-        gone.open();
+        entered.open();
     };
     WebsocketPeer other = connect();
     WebsocketPeer peer = connect();
     reset(peer);
-    gone.wait();
+    entered.wait();
     EXPECT_EQ(other.closeCode(), 1001);
     EXPECT_EQ(log.count(Poco::Message::PRIO_CRITICAL), 1u);
+    ASSERT_TRUE(waitForCloses(1));
+    EXPECT_TRUE(eventually([&] { return threads() == threadsWithout; }));
 }
 
 TEST_F(ConnectionManagerStopTest, ADrainTellsTheClientsInSlices)

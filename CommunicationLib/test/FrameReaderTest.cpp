@@ -257,7 +257,8 @@ Lines closedWith(int code)
 
 TEST(CloseCodes, ThatMayBeSentAreEchoed)
 {
-    for (const int code: {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1010, 1011, 3000, 3999, 4000, 4999})
+    for (const int code:
+         {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1010, 1011, 1012, 1013, 1014, 3000, 3999, 4000, 4999})
         EXPECT_EQ(closedWith(code), Lines{"close " + std::to_string(code)});
 }
 

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -95,6 +96,15 @@ protected:
         return peer;
     }
 
+    /// A client whose kernel takes little for it while it does not read.
+    WebsocketPeer connectSlow()
+    {
+        WebsocketPeer peer = connect();
+        const int small = 128 * 1024;
+        ::setsockopt(peer.socket().impl()->sockfd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+        return peer;
+    }
+
     /// The proxy of the connection that was made last.
     Proxy proxy() { return Proxy(lastSocket, manager.get()); }
 
@@ -159,6 +169,14 @@ protected:
         peer.socket().close();
     }
 
+    /// The threads of the process.
+    static std::size_t threads() { return entries("/proc/self/task"); }
+    /// The open descriptors of the process.
+    static std::size_t descriptors() { return entries("/proc/self/fd"); }
+
+    // Handlers use these until the manager has stopped, so they live as long as it.
+    Gate entered, leave;
+
     UpgradingListener listener;
     Kesa::Net::WebsocketConnectionManager::Ptr manager = new Kesa::Net::WebsocketConnectionManager;
     Socket lastSocket;
@@ -169,6 +187,12 @@ protected:
     Poco::Delegate<ServedConnections, const Event, false> closeDelegate() { return {this, &ServedConnections::closed}; }
 
 private:
+    static std::size_t entries(const char* directory)
+    {
+        const std::filesystem::directory_iterator begin(directory);
+        return static_cast<std::size_t>(std::distance(begin, std::filesystem::directory_iterator()));
+    }
+
     void received(const Data& payload)
     {
         {
