@@ -5,6 +5,7 @@
 #include <Poco/Exception.h>
 #include <Poco/NumberFormatter.h>
 
+#include <algorithm>
 #include <cmath>
 #include <deque>
 #include <list>
@@ -44,6 +45,34 @@ void appendControlCharacter(std::string& out, unsigned char c)
         out += HEX[c >> 4];
         out += HEX[c & 15];
     }
+}
+
+/// How many bytes from `position` on stand in a JSON string as they are.
+std::size_t plainLength(const std::string& text, std::size_t position)
+{
+    const auto special = std::find_if(text.begin() + static_cast<std::ptrdiff_t>(position), text.end(),
+                                      [](char c)
+                                      {
+                                          const auto byte = static_cast<unsigned char>(c);
+                                          return byte < 0x20 || byte >= 0x80 || c == '"' || c == '\\';
+                                      });
+    return static_cast<std::size_t>(special - text.begin()) - position;
+}
+
+/// Appends the character at `position`, which is not plain. Returns its length in `text`.
+std::size_t appendSpecialCharacter(std::string& out, const std::string& text, std::size_t position)
+{
+    const auto first = static_cast<unsigned char>(text[position]);
+    const std::size_t length = utf8Length(text, position);
+    if (first < 0x20)
+        appendControlCharacter(out, first);
+    else if (first < 0x80)
+        (out += '\\') += text[position];
+    else if (length == 0)
+        out += REPLACEMENT_CHARACTER;
+    else
+        out.append(text, position, length);
+    return std::max<std::size_t>(length, 1);
 }
 
 template <class Members>
@@ -180,17 +209,11 @@ void appendJsonString(std::string& out, const std::string& text)
     out += '"';
     for (std::size_t position = 0; position < text.size();)
     {
-        const auto c = static_cast<unsigned char>(text[position]);
-        const std::size_t length = c < 0x80 ? 1 : utf8Length(text, position);
-        if (c == '"' || c == '\\')
-            (out += '\\') += text[position];
-        else if (c < 0x20)
-            appendControlCharacter(out, c);
-        else if (length == 0)
-            out += REPLACEMENT_CHARACTER;
-        else
-            out.append(text, position, length);
-        position += length == 0 ? 1 : length;
+        const std::size_t plain = plainLength(text, position);
+        out.append(text, position, plain);
+        position += plain;
+        if (position < text.size())
+            position += appendSpecialCharacter(out, text, position);
     }
     out += '"';
 }
