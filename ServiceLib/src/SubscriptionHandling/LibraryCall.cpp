@@ -12,14 +12,14 @@ namespace Kesa::Service
 namespace
 {
 
-/// A data source that reports a change at each load would go on for ever; so many changes put off in one call end it.
-constexpr int MAX_DEFERRED_PER_CALL = 1000;
+/// A data source that reports a change at each load would go on for ever; so many changes that come of one end it.
+constexpr std::size_t MAX_CHANGES_OF_ONE = 1000;
 
 struct ThreadState
 {
     int depth = 0;
     bool flushing = false;
-    std::deque<std::function<void()>> deferred;
+    std::deque<std::function<void()>> deferred; ///< oldest first
 };
 
 thread_local ThreadState t_state;
@@ -44,23 +44,22 @@ void runLogged(const std::function<void()>& action)
     }
 }
 
+/// Runs what was put off, and what is put off by that, up to the bound.
 void flush()
 {
     t_state.flushing = true;
-    for (int count = 0; !t_state.deferred.empty(); ++count)
+    std::size_t remaining = t_state.deferred.size() * (1 + MAX_CHANGES_OF_ONE);
+    for (; !t_state.deferred.empty() && remaining > 0; --remaining)
     {
-        if (count == MAX_DEFERRED_PER_CALL)
-        {
-            KESA_LOG_ERROR("Dropped " << t_state.deferred.size() << " changes: callbacks reported more than "
-                                      << MAX_DEFERRED_PER_CALL
-                                      << " changes while one was served; does a data source report its own loads?");
-            t_state.deferred.clear();
-            break;
-        }
         const std::function<void()> action = std::move(t_state.deferred.front());
         t_state.deferred.pop_front();
         runLogged(action);
     }
+    if (!t_state.deferred.empty())
+        KESA_LOG_ERROR("Dropped " << t_state.deferred.size() << " changes: callbacks reported more than "
+                                  << MAX_CHANGES_OF_ONE
+                                  << " changes while one was served; does a data source report its own loads?");
+    t_state.deferred.clear();
     t_state.flushing = false;
 }
 

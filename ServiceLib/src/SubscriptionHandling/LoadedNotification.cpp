@@ -12,6 +12,16 @@ using Command::WebSocketResponseObject;
 using Util::FastMutex;
 using Util::ScopedLock;
 
+namespace
+{
+
+const LoadedNotification* asLoaded(const WebSocketResponseObject* notification)
+{
+    return dynamic_cast<const LoadedNotification*>(notification);
+}
+
+} // namespace
+
 Poco::UInt64 LoadedNotification::nextNumber()
 {
     static std::atomic<Poco::UInt64> counter{0};
@@ -19,46 +29,49 @@ Poco::UInt64 LoadedNotification::nextNumber()
 }
 
 LoadedNotification::LoadedNotification(const WebSocketRequestObject& request)
-    : WebSocketResponseObject(request), m_number(nextNumber()), m_eventText(request.getEvent().toString())
+    : WebSocketResponseObject(request), m_number(nextNumber()), m_endNumber(m_number)
 {
 }
-
-namespace
-{
-Poco::UInt64 numberOfObject(const WebSocketResponseObject* notification)
-{
-    const auto* loaded = dynamic_cast<const LoadedNotification*>(notification);
-    return loaded ? LoadedNotification::numberOf(*loaded) : 0;
-}
-} // namespace
 
 LoadedNotification::LoadedNotification(const WebSocketRequestObject& request, const WebSocketResponseObject& source)
-    : WebSocketResponseObject(request), m_number(numberOfObject(&source)), m_eventText(request.getEvent().toString())
+    : WebSocketResponseObject(request),
+      m_number(asLoaded(&source) ? asLoaded(&source)->m_number : nextNumber()),
+      m_endNumber(asLoaded(&source) ? asLoaded(&source)->m_endNumber : m_number)
 {
     copyObject(&source);
     setEvent(request.getEvent());
+    m_eventText = getText(WebSocketRequestObject::FIELD_EVENT);
 }
 
-Poco::UInt64 LoadedNotification::numberOf(const LoadedNotification& notification)
+void LoadedNotification::seal()
 {
-    return notification.m_number;
+    m_endNumber = nextNumber();
+    takeSnapshot();
+    m_eventText = getText(WebSocketRequestObject::FIELD_EVENT);
 }
 
 Poco::UInt64 LoadedNotification::numberOf(const NotificationPtr& notification)
 {
-    return numberOfObject(notification.get());
+    const LoadedNotification* loaded = asLoaded(notification.get());
+    return loaded ? loaded->m_number : 0;
+}
+
+Poco::UInt64 LoadedNotification::endNumberOf(const NotificationPtr& notification)
+{
+    const LoadedNotification* loaded = asLoaded(notification.get());
+    return loaded ? loaded->m_endNumber : 0;
 }
 
 bool LoadedNotification::fitsEvent(const NotificationPtr& notification, const std::string& event)
 {
-    const auto* loaded = dynamic_cast<const LoadedNotification*>(notification.get());
+    const LoadedNotification* loaded = asLoaded(notification.get());
     return loaded && loaded->m_eventText == event;
 }
 
 bool LoadedNotification::compare(Comparer comparer, const NotificationPtr& last, const NotificationPtr& next)
 {
     const Poco::UInt64 lastNumber = numberOf(last);
-    auto* loaded = dynamic_cast<LoadedNotification*>(const_cast<WebSocketResponseObject*>(next.get()));
+    const LoadedNotification* loaded = asLoaded(next.get());
     if (lastNumber == 0 || !loaded)
         return comparer(last, next);
     {

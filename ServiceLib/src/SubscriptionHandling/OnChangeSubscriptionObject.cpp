@@ -4,7 +4,6 @@
 #include "SubscriptionSurveillance.h"
 
 #include <LogStream.h>
-#include <Time/Now.h>
 
 #include <algorithm>
 
@@ -50,8 +49,7 @@ void OnChangeSubscriptionObject::initializeDataCompare(const Command::WebSocketR
 
 bool OnChangeSubscriptionObject::canSendNow() const
 {
-    const Poco::Clock last = getLastUpdate();
-    return last == Poco::Clock(0) || Util::now() - last >= m_updateLimit;
+    return remainingOf(m_updateLimit) == 0;
 }
 
 uint32_t OnChangeSubscriptionObject::getIdleTime() const
@@ -59,11 +57,7 @@ uint32_t OnChangeSubscriptionObject::getIdleTime() const
     constexpr uint32_t idleTimeBeforeInitialUpdate = 10; // look again soon
     if (!isInitialized())
         return idleTimeBeforeInitialUpdate;
-    const Poco::Clock last = getLastUpdate();
-    if (last == Poco::Clock(0))
-        return 0;
-    const Poco::Clock::ClockDiff remaining = m_updateLimit - (Util::now() - last);
-    return static_cast<uint32_t>(std::max<Poco::Clock::ClockDiff>(remaining, 0) / 1000);
+    return static_cast<uint32_t>(remainingOf(m_updateLimit) / 1000);
 }
 
 void OnChangeSubscriptionObject::handleNewScheduler() const {} // schedules only when something has changed
@@ -156,7 +150,7 @@ SubscriptionObject::PostUpdateAction OnChangeSubscriptionObject::sendUpdate(cons
     if (m_hasPendingUpdate)
     {
         KESA_LOG_DEBUG("OnChangeSubscriptionObject: send update for " << notification->getEvent().toString());
-        if (isOutdated(notification))
+        if (mayBeOutdated(notification)) // not sent; the worker loads again
             return KEEP_SCHEDULED;
         // A change that arrived after the load had begun is still to be served.
         const bool missesAChange = number != 0 && number < m_changeNumber;

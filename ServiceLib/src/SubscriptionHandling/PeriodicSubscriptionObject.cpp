@@ -2,10 +2,6 @@
 
 #include "LoadedNotification.h"
 
-#include <Time/Now.h>
-
-#include <algorithm>
-
 namespace Kesa::Service
 {
 
@@ -16,20 +12,17 @@ PeriodicSubscriptionObject::PeriodicSubscriptionObject(const Net::WebSocketProxy
                                                        const Command::WebSocketRequestObject& request)
     : SubscriptionObject(socket, request), m_interval(hasInterval() ? getIntervalTimeSpan() : 0), m_currentNumber(0)
 {
+    m_restAfterSend = m_interval; // a change sends nothing by itself
 }
 
 Poco::Clock::ClockDiff PeriodicSubscriptionObject::nextPeriodicUpdate() const
 {
-    const Poco::Clock last = getLastUpdate();
-    if (last == Poco::Clock(0))
-        return 0;
-    return std::max<Poco::Clock::ClockDiff>(m_interval - (Util::now() - last), 0);
+    return remainingOf(m_interval);
 }
 
 bool PeriodicSubscriptionObject::canSendNow() const
 {
-    const Poco::Clock last = getLastUpdate();
-    return last == Poco::Clock(0) || Util::now() - last >= m_interval;
+    return nextPeriodicUpdate() == 0;
 }
 
 uint32_t PeriodicSubscriptionObject::getIdleTime() const
@@ -44,17 +37,19 @@ void PeriodicSubscriptionObject::handleNewScheduler() const
 
 SubscriptionObject::NotificationPtr PeriodicSubscriptionObject::subscribedDataChanged(const NotificationPtr& payload)
 {
-    const Poco::UInt64 begun =
-        payload.isNull() ? LoadedNotification::nextNumber() : LoadedNotification::numberOf(payload);
+    Poco::UInt64 number = LoadedNotification::nextNumber(); // stands also for a load that fails
     const NotificationPtr result = payload.isNull() ? loadNotificationData() : adopt(payload);
-    NotificationPtr own; // the neighbours may read the result while a tick stamps this one
+    NotificationPtr own;
     if (!result.isNull())
-        own = new LoadedNotification(*this, *result);
+    {
+        number = LoadedNotification::numberOf(result);
+        own = new LoadedNotification(*this, *result); // neighbours may read the result while a tick stamps this one
+    }
 
     ScopedLock<Mutex> lock(m_updateMutex);
-    if (begun >= m_currentNumber)
+    if (number >= m_currentNumber) // else a load that began later has brought its state already
     {
-        m_currentNumber = begun;
+        m_currentNumber = number;
         m_currentNotification = own;
     }
     return result;

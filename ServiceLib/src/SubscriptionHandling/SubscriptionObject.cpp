@@ -15,6 +15,8 @@
 #include <Poco/Bugcheck.h>
 #include <Poco/Net/NetException.h>
 
+#include <algorithm>
+
 namespace Kesa
 {
 const std::string PROPERTY_KEY_UUID = "id";
@@ -57,15 +59,16 @@ SubscriptionObject::SubscriptionObject(const Net::WebSocketProxy& socket, const 
       m_initialized(false),
       m_pagingObjectCheckType(NONE),
       m_lastNumber(0),
+      m_lastEndNumber(0),
       m_sendCount(0),
       m_number(nextSubscriptionNumber()),
-      m_eventText(request.getEvent().toString()),
       m_presence(Presence::ENTERING)
 {
     const Poco::JSON::Object* json = request.getJson();
     if (!json)
         Poco::Bugcheck::nullPointer("request.getJson()", __FILE__, __LINE__);
     copyAndInitFromJsonObject(*json);
+    m_eventText = getEvent().toString();
     if (!hasUpdateLimit())
         KESA_LOG_DEBUG("New subscription without updateLimit - using default value of " << getUpdateLimit() << "ms.");
     initializePagingCheck(request);
@@ -162,7 +165,8 @@ SubscriptionObject::NotificationPtr SubscriptionObject::loadNotificationData() c
         return NotificationPtr();
     }
     KESA_LOG_TRACE("Loading data for subscription '" << m_eventText << "'");
-    NotificationPtr notification = new LoadedNotification(*this);
+    Poco::SharedPtr<LoadedNotification> loaded = new LoadedNotification(*this);
+    NotificationPtr notification = loaded;
     notification->setStatus("");
     notification->setEvent(getEvent());
     notification->setType(WebSocketRequestObject::TYPE_DATA);
@@ -172,7 +176,7 @@ SubscriptionObject::NotificationPtr SubscriptionObject::loadNotificationData() c
         return NotificationPtr();
     }
     checkPagingObject(notification);
-    notification->takeSnapshot();
+    loaded->seal();
     return notification;
 }
 
@@ -199,6 +203,13 @@ bool SubscriptionObject::isOutdated(const NotificationPtr& notification) const
     return number != 0 && number < m_lastNumber;
 }
 
+bool SubscriptionObject::mayBeOutdated(const NotificationPtr& notification) const
+{
+    const Poco::UInt64 number = LoadedNotification::numberOf(notification);
+    ScopedLock<Mutex> lock(m_updateMutex);
+    return number != 0 && number != m_lastNumber && number < m_lastEndNumber;
+}
+
 SubscriptionObject::NotificationPtr SubscriptionObject::adopt(const NotificationPtr& payload) const
 {
     if (LoadedNotification::fitsEvent(payload, m_eventText))
@@ -206,9 +217,18 @@ SubscriptionObject::NotificationPtr SubscriptionObject::adopt(const Notification
     return new LoadedNotification(*this, *payload);
 }
 
-const std::string& SubscriptionObject::eventText() const
+Poco::Clock::ClockDiff SubscriptionObject::remainingOf(Poco::Clock::ClockDiff period) const
 {
-    return m_eventText;
+    const Poco::Clock last = getLastUpdate();
+    if (last == Poco::Clock(0))
+        return 0;
+    return std::clamp<Poco::Clock::ClockDiff>(period - (Util::now() - last), 0, period);
+}
+
+Poco::Clock SubscriptionObject::restsUntil() const
+{
+    const Poco::Clock last = getLastUpdate();
+    return m_restAfterSend == 0 || last == Poco::Clock(0) ? Poco::Clock(0) : last + m_restAfterSend;
 }
 
 bool SubscriptionObject::send(NotificationPtr notification)
@@ -223,6 +243,7 @@ bool SubscriptionObject::send(NotificationPtr notification)
     m_lastUpdate = Util::now(); // a failed write counts as a send
     m_lastNotification = notification;
     m_lastNumber = LoadedNotification::numberOf(notification);
+    m_lastEndNumber = LoadedNotification::endNumberOf(notification);
     ++m_sendCount;
     return true;
 }

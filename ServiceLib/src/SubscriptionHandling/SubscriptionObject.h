@@ -34,15 +34,15 @@ class SubscriptionUpdater;
 /// change may reach the object before it has a data source and before it is initialised.
 ///
 /// Ownership: shared by the tree and the updater; a running delivery holds a further share. Borrows data source and
-/// scheduler. Threads:   the client's request (initialUpdate), those who report changes (subscribedDataChanged) and the
-/// worker
+///            scheduler.
+/// Threads:   the client's request (initialUpdate), those who report changes (subscribedDataChanged) and the worker
 ///            (tryToSendUpdate, getIdleTime) meet here. Lock order: m_updateMutex, then the updater's mutex or the
 ///            connection's. A load never runs under m_updateMutex; the socket write does.
 /// Errors:    a failed write is logged and counts as sent; an exception of the data source goes to the caller.
 class KESA_API SubscriptionObject: public SubscriptionRequest
 {
 public:
-    enum PostUpdateAction
+    enum PostUpdateAction : int
     {
         KEEP_SCHEDULED = 0,      ///< try again later
         REMOVE_FROM_SCHEDULE = 1 ///< nothing more to do for now
@@ -61,7 +61,8 @@ public:
     typedef Poco::SharedPtr<SubscriptionObject> SubscriptionObjectPtr;
     typedef SubscriptionObjectPtr Ptr;
 
-    /// A periodic subscription when the request has an interval, else one on change.
+    /// A periodic subscription when the request has an interval, else one on change. Raises
+    /// Poco::NullPointerException for a request without JSON.
     static SubscriptionObjectPtr Create(const Net::WebSocketProxy& socket,
                                         const Command::WebSocketRequestObject& request);
 
@@ -106,11 +107,14 @@ protected:
     void schedule() const;
     bool isInitialized() const;
 
-    /// True when something newer than this has been sent: the client must not see an older state again.
+    /// True when the load of the last one sent began after this one's: the client must not see an older state again.
     bool isOutdated(const NotificationPtr& notification) const;
+    /// True also when the two loads met, so that nobody can tell which one looked first.
+    bool mayBeOutdated(const NotificationPtr& notification) const;
     /// The neighbour's notification under this subscription's own event; the same object where the events are equal.
     NotificationPtr adopt(const NotificationPtr& payload) const;
-    const std::string& eventText() const;
+    /// Microseconds until `period` has passed since the last send, from 0 to `period`; 0 when nothing was sent yet.
+    Poco::Clock::ClockDiff remainingOf(Poco::Clock::ClockDiff period) const;
 
     static bool isEqualData(const NotificationPtr& dataA, const NotificationPtr& dataB);
     static bool isEqualDataList(const NotificationPtr& dataA, const NotificationPtr& dataB);
@@ -120,6 +124,9 @@ protected:
                                   uint8_t level);
 
     mutable Util::Mutex m_updateMutex; ///< recursive; guards the state of delivery, also that of the derived classes
+    /// For so many microseconds after a send an attempt has nothing to do; 0 when every attempt may have. Fixed after
+    /// construction.
+    Poco::Clock::ClockDiff m_restAfterSend = 0;
 
 private:
     friend class SubscriptionUpdater;
@@ -136,6 +143,8 @@ private:
     void checkPagingObject(NotificationPtr& notification) const;
     void initializePagingCheck(const Command::WebSocketRequestObject& request);
     Poco::UInt64 sendCount() const;
+    /// Before this moment an attempt has nothing to do; 0 when there is no such moment.
+    Poco::Clock restsUntil() const;
 
     const Net::WebSocketProxy m_wsProxy;
     std::atomic<ISubscriptionDataSource*> m_dataSource; ///< atomic: a change may come before it is registered
@@ -145,11 +154,12 @@ private:
     bool m_initialized KESA_GUARDED_BY(m_updateMutex);
     PagingObjectCheck m_pagingObjectCheckType; ///< fixed after construction
 
-    Poco::UInt64 m_lastNumber KESA_GUARDED_BY(m_updateMutex); ///< of the load that was sent last
+    Poco::UInt64 m_lastNumber KESA_GUARDED_BY(m_updateMutex);    ///< of the load that was sent last
+    Poco::UInt64 m_lastEndNumber KESA_GUARDED_BY(m_updateMutex); ///< the same, of its end
     Poco::UInt64 m_sendCount KESA_GUARDED_BY(m_updateMutex);
-    const Poco::UInt64
-        m_number; ///< process-wide, never reused: a waiting notification is replaced by a newer one of it
-    const std::string m_eventText;
+    /// Process-wide, rising, never reused: a waiting notification is replaced by a newer one of the same number.
+    const Poco::UInt64 m_number;
+    std::string m_eventText; ///< of the event URI; fixed after construction
     std::atomic<Presence> m_presence;
 };
 

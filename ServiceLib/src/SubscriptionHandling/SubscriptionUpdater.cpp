@@ -5,9 +5,11 @@
 
 #include <DebugUtils.h>
 #include <LogStream.h>
+#include <Time/Now.h>
 
 #include <Poco/Bugcheck.h>
 #include <Poco/Exception.h>
+#include <Poco/Thread.h>
 
 #include <algorithm>
 
@@ -20,11 +22,22 @@ using Util::ScopedLock;
 namespace
 {
 constexpr long MAX_IDLE_TIME_MS = 5000;    ///< the longest wait of the worker
-constexpr int MAX_FRUITLESS_PASSES = 1000; ///< so many passes without any result, and the worker no longer spins
+constexpr int MAX_FRUITLESS_PASSES = 1000; ///< so many passes in a row that sent nothing, and the worker slows down
+constexpr long FRUITLESS_WAIT_MS = 1;      ///< after each further one
+
+const Poco::Clock NEVER(Poco::Clock::CLOCKVAL_MAX);
+
+/// Each visit of a queued subscription says so in the log, so with these lines wanted none may be left out.
+bool isEachVisitLogged()
+{
+    return Logging::Log::IsLogLevelActive(Poco::Message::PRIO_DEBUG);
+}
 } // namespace
 
 SubscriptionUpdater::SubscriptionUpdater()
-    : m_checkUpdates(Poco::Event::EVENT_AUTORESET), m_fruitlessPasses(0), scheduleWorker([this] { processSchedule(); })
+    : m_checkUpdates(Poco::Event::EVENT_AUTORESET),
+      m_firstRestEnds(NEVER),
+      scheduleWorker([this] { processSchedule(); })
 {
 }
 
@@ -77,6 +90,7 @@ void SubscriptionUpdater::remove(SubscriptionObjectPtr subscription)
             return;
         }
         m_registeredSubscriptions.erase(entry);
+        m_resting.erase(subscription->m_number);
     }
     subscription->setScheduler(nullptr);
 }
@@ -88,6 +102,7 @@ void SubscriptionUpdater::clear()
     {
         ScopedLock<Mutex> lock(m_mutex);
         released.swap(m_registeredSubscriptions);
+        m_resting.clear();
     }
     for (auto& [address, subscription]: released)
     {
@@ -117,7 +132,7 @@ void SubscriptionUpdater::addToSchedule(const SubscriptionObject* subscription)
                          << ": subscription not registered.");
         return;
     }
-    if (m_queued.insert(subscription).second)
+    if (m_resting.count(subscription->m_number) == 0 && m_queued.insert(subscription).second)
     {
         KESA_LOG_TRACE("subscription scheduled");
         m_schedule.push_back(subscription);
@@ -131,7 +146,7 @@ void SubscriptionUpdater::addToSchedule(const SubscriptionObject* subscription)
 
 void SubscriptionUpdater::startWorker()
 {
-    if (scheduleWorker.isRunning() || m_schedule.empty())
+    if (scheduleWorker.isRunning() || (m_schedule.empty() && m_resting.empty()))
         return;
     try
     {
@@ -187,34 +202,63 @@ void SubscriptionUpdater::processSchedule()
 void SubscriptionUpdater::runPasses()
 {
     long idleTime = 0;
-    m_fruitlessPasses = 0;
+    int fruitlessPasses = 0;
     while (!scheduleWorker.isStopped())
-        idleTime = processPass(idleTime);
+    {
+        const bool hasSent = processPass(idleTime);
+        fruitlessPasses = hasSent ? 0 : std::min(fruitlessPasses + 1, MAX_FRUITLESS_PASSES);
+        if (fruitlessPasses == MAX_FRUITLESS_PASSES)
+            Poco::Thread::sleep(FRUITLESS_WAIT_MS);
+    }
 }
 
-long SubscriptionUpdater::processPass(long idleTime)
+bool SubscriptionUpdater::processPass(long& idleTime)
 {
     const bool signalled = m_checkUpdates.tryWait(idleTime);
-    ScheduledSubscriptions working;
-    {
-        ScopedLock<Mutex> lock(m_mutex);
-        working.swap(m_schedule);
-        m_queued.clear();
-        if (signalled || !working.empty())
-            KESA_LOG_TRACE("check for update for " << working.size() << " scheduled subscriptions ("
-                                                   << m_registeredSubscriptions.size() << " registered)");
-    }
-    long nextIdleTime = MAX_IDLE_TIME_MS;
-    bool isFruitless = true;
+    ScheduledSubscriptions working = takeQueue(signalled);
+    idleTime = MAX_IDLE_TIME_MS;
+    bool hasSent = false;
     while (!working.empty())
+        hasSent = processFront(working, idleTime) || hasSent;
+    idleTime = std::min(idleTime, timeUntilRested());
+    return hasSent;
+}
+
+SubscriptionUpdater::ScheduledSubscriptions SubscriptionUpdater::takeQueue(bool signalled)
+{
+    ScheduledSubscriptions working;
+    std::unordered_set<const SubscriptionObject*> queued; // goes when the lock is free again
+    ScopedLock<Mutex> lock(m_mutex);
+    working.swap(m_schedule);
+    queued.swap(m_queued);
+    takeRested(working);
+    if (signalled || !working.empty())
+        KESA_LOG_TRACE("check for update for " << working.size() << " scheduled subscriptions ("
+                                               << m_registeredSubscriptions.size() << " registered)");
+    return working;
+}
+
+void SubscriptionUpdater::takeRested(ScheduledSubscriptions& working)
+{
+    const Poco::Clock now = isEachVisitLogged() ? NEVER : Util::now();
+    if (now < m_firstRestEnds)
+        return;
+    m_firstRestEnds = NEVER;
+    ScheduledSubscriptions rested;
+    for (auto entry = m_resting.begin(); entry != m_resting.end();)
     {
-        if (processFront(working, nextIdleTime))
-            isFruitless = false;
+        if (entry->second.until <= now)
+        {
+            rested.push_back(entry->second.subscription);
+            entry = m_resting.erase(entry);
+        }
+        else
+        {
+            m_firstRestEnds = std::min(m_firstRestEnds, entry->second.until);
+            ++entry;
+        }
     }
-    m_fruitlessPasses = isFruitless && nextIdleTime == 0 ? m_fruitlessPasses + 1 : 0;
-    if (m_fruitlessPasses >= MAX_FRUITLESS_PASSES)
-        return std::max(nextIdleTime, 1L);
-    return nextIdleTime;
+    working.insert(working.begin(), rested.begin(), rested.end());
 }
 
 bool SubscriptionUpdater::processFront(ScheduledSubscriptions& working, long& idleTime)
@@ -222,9 +266,10 @@ bool SubscriptionUpdater::processFront(ScheduledSubscriptions& working, long& id
     SubscriptionObjectPtr subscription = takeFront(working); // keeps it alive even if it is removed meanwhile
     if (subscription.isNull())
         return false;
+    const Poco::UInt64 sentBefore = subscription->sendCount();
     try
     {
-        return attempt(*subscription, idleTime);
+        attempt(*subscription, idleTime);
     }
     catch (const Poco::Exception& exc)
     {
@@ -232,7 +277,7 @@ bool SubscriptionUpdater::processFront(ScheduledSubscriptions& working, long& id
                        << "processSchedule"
                        << ": Caught '" << exc.displayText() << "' while call of update subscription");
     }
-    return true;
+    return subscription->sendCount() != sentBefore;
 }
 
 SubscriptionUpdater::SubscriptionObjectPtr SubscriptionUpdater::takeFront(ScheduledSubscriptions& working)
@@ -251,9 +296,8 @@ SubscriptionUpdater::SubscriptionObjectPtr SubscriptionUpdater::takeFront(Schedu
     return subscription;
 }
 
-bool SubscriptionUpdater::attempt(SubscriptionObject& subscription, long& idleTime)
+void SubscriptionUpdater::attempt(SubscriptionObject& subscription, long& idleTime)
 {
-    const Poco::UInt64 sentBefore = subscription.sendCount();
     SubscriptionObject::PostUpdateAction action;
     {
         LibraryCall call; // changes that the data source reports run when the attempt is over
@@ -263,26 +307,47 @@ bool SubscriptionUpdater::attempt(SubscriptionObject& subscription, long& idleTi
     {
     case SubscriptionObject::KEEP_SCHEDULED:
         keepScheduled(subscription, idleTime);
-        return subscription.sendCount() != sentBefore;
+        return;
     case SubscriptionObject::REMOVE_FROM_SCHEDULE:
-        return true;
+        return;
     }
     Poco::Bugcheck::unexpected(__FILE__, __LINE__);
-    return true;
 }
 
 void SubscriptionUpdater::keepScheduled(SubscriptionObject& subscription, long& idleTime)
 {
+    if (rest(subscription))
+        return;
     if (idleTime >= static_cast<long>(subscription.getIdleTime()))
     {
-        long remaining = subscription.getIdleTime();
-        if (remaining == 0 && !subscription.canSendNow()) // less than a millisecond is left
-            remaining = 1;
-        idleTime = std::min(idleTime, remaining);
+        const long remaining = subscription.getIdleTime();
+        const bool isTruncated = remaining == 0 && !subscription.canSendNow(); // less than a millisecond is left
+        idleTime = isTruncated ? std::min(idleTime, 1L) : remaining;
     }
     ScopedLock<Mutex> lock(m_mutex);
     KESA_LOG_DEBUG("re-schedule subscription");
     addToSchedule(&subscription);
+}
+
+bool SubscriptionUpdater::rest(const SubscriptionObject& subscription)
+{
+    const Poco::Clock until = subscription.restsUntil(); // takes the subscription's mutex, so before m_mutex
+    if (until <= Util::now() || isEachVisitLogged())
+        return false;
+    ScopedLock<Mutex> lock(m_mutex);
+    if (m_registeredSubscriptions.count(&subscription) == 0)
+        return false;
+    m_resting[subscription.m_number] = {&subscription, until};
+    m_firstRestEnds = std::min(m_firstRestEnds, until);
+    return true;
+}
+
+long SubscriptionUpdater::timeUntilRested() const
+{
+    if (m_firstRestEnds == NEVER)
+        return MAX_IDLE_TIME_MS;
+    const Poco::Clock::ClockDiff remaining = m_firstRestEnds - Util::now();
+    return remaining <= 0 ? 0 : static_cast<long>((remaining + 999) / 1000); // not a moment too early
 }
 
 } // namespace Kesa::Service
