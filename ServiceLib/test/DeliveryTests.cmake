@@ -1,0 +1,11 @@
+kesa_service_test(ServiceDeliveryTest
+    DeliveryStormTest.cpp
+    LibraryCallTest.cpp
+    LoadedNotificationTest.cpp
+    NotificationComparisonTest.cpp
+    OnChangeSubscriptionObjectTest.cpp
+    PeriodicSubscriptionObjectTest.cpp
+    SubscriptionObjectTest.cpp
+    SubscriptionSurveillanceTest.cpp
+    SubscriptionUpdaterTest.cpp
+    WorkerActivityTest.cpp)
