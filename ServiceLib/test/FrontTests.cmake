@@ -1,4 +1,10 @@
 kesa_service_test(ServiceFrontTest
+    GenericServiceBootstrapTest.cpp
+    StormTest.cpp
     SubscriptionEventFilterTest.cpp
     SubscriptionEventsTest.cpp
-    SubscriptionTriggerTest.cpp)
+    SubscriptionManagerAutoTest.cpp
+    SubscriptionManagerTest.cpp
+    SubscriptionTriggerTest.cpp
+    WebSocketGenericRequestProcessorTest.cpp
+    WebsocketSubsystemTest.cpp)

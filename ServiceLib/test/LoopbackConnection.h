@@ -13,6 +13,7 @@
 #include <Poco/Net/WebSocket.h>
 #include <Poco/Net/WebSocketImpl.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -38,10 +39,14 @@ public:
     }
 
     /// A handle of the service's end; all are copies of one connection.
-    Net::WebSocketProxy proxy() const { return Net::WebSocketProxy(m_webSocket, nullptr); }
+    Net::WebSocketProxy proxy() const { return m_served ? *m_served : Net::WebSocketProxy(m_webSocket, nullptr); }
 
     /// From now on the manager reads what the client says and takes care of what is written.
-    void serveBy(Net::WebsocketConnectionManager& manager) { manager.addConnection(m_webSocket); }
+    void serveBy(Net::WebsocketConnectionManager& manager)
+    {
+        manager.addConnection(m_webSocket);
+        m_served.emplace(m_webSocket, &manager); // the manager itself forgets a connection that has ended
+    }
 
     /// The client sends a text message; only on a served connection somebody reads it.
     void say(const std::string& text)
@@ -53,8 +58,13 @@ public:
     /// The client goes without a word.
     void leave() { m_client.close(); }
 
-    /// How many handles of the connection exist, this object's own included: subscriptions hold one each.
-    int handles() const { return m_webSocket.referenceCount(); }
+    /// How many handles of the connection exist: this object's own and one for each subscription. proxy() no longer
+    /// gives that of the served connection afterwards.
+    int handles()
+    {
+        m_served.reset();
+        return m_webSocket.referenceCount();
+    }
 
     /// The next message that the service wrote; waits for it.
     std::string nextText()
@@ -108,6 +118,7 @@ private:
 
     Poco::Net::StreamSocket m_client;
     Poco::SharedPtr<Poco::Net::WebSocket> m_webSocket;
+    std::optional<Net::WebSocketProxy> m_served;
     std::string m_received;
 };
 

@@ -61,14 +61,20 @@ std::string elementQuery(const UrlPath& listUrl)
     return query;
 }
 
-/// The end of a URL with this fragment, as Poco::URI writes it.
+/// The end of a URL with the fragment of this one, as Poco::URI writes it.
 std::string fragmentSuffix(const Poco::URI& url)
 {
-    if (url.getFragment().empty())
-        return "";
-    Poco::URI suffix;
-    suffix.setFragment(url.getFragment());
-    return suffix.toString();
+    std::string suffix;
+    Poco::URI::encode(url.getFragment(), "", suffix);
+    return suffix.empty() ? suffix : "#" + suffix;
+}
+
+/// The URL without its query, scheme and host.
+std::string pathAndFragment(const Poco::URI& url)
+{
+    std::string text;
+    Poco::URI::encode(url.getPath(), "?#", text);
+    return text + fragmentSuffix(url);
 }
 
 Poco::Optional<long> intervalOf(const SubscriptionObject& subscription)
@@ -208,9 +214,7 @@ void SubscriptionManager::handleAutoUnSubscribe(const SubscriptionObject& subscr
         }
         if (element->getUri().getFragment() != subscriptionObject.getUri().getFragment())
             continue;
-        Poco::URI url;
-        url.setPath(element->getUri().getPath());
-        unsubscribeElement(*element, url.toString() + fragmentSuffix(element->getUri()));
+        unsubscribeElement(*element, pathAndFragment(element->getUri()));
     }
 }
 
