@@ -171,7 +171,8 @@ void DoorLoop::warnOfExhaustion()
 void DoorLoop::admit(int descriptor, const std::string& address)
 {
     if (!m_caps.enter(address))
-        return Listener::refuse(descriptor, "There are too many connections, or too many from this address.");
+        return Listener::refuse(descriptor,
+                                rawErrorAnswer(503, "There are too many connections, or too many from this address."));
     const Poco::Net::StreamSocket socket(new DoorSocket(descriptor, m_shared));
     auto connection = std::make_unique<DoorConnection>(++m_lastId, socket, address, m_caps);
     const int on = 1;

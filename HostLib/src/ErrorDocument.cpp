@@ -48,9 +48,11 @@ std::string rawErrorAnswer(int status, const std::string& message)
 {
     const std::string body = errorDocument(status, message);
     std::ostringstream text;
-    text << "HTTP/1.1 " << status << ' ' << reasonOf(status)
-         << "\r\nDate: " << Poco::DateTimeFormatter::format(Poco::Timestamp(), Poco::DateTimeFormat::HTTP_FORMAT)
-         << "\r\nContent-Type: application/json\r\nContent-Length: " << body.size() << "\r\nConnection: Close\r\n\r\n"
+    text << "HTTP/1.1 " << status << ' ' << reasonOf(status) << "\r\n";
+    if (status < 500)
+        text << "Date: " << Poco::DateTimeFormatter::format(Poco::Timestamp(), Poco::DateTimeFormat::HTTP_FORMAT)
+             << "\r\n";
+    text << "Content-Type: application/json\r\nContent-Length: " << body.size() << "\r\nConnection: Close\r\n\r\n"
          << body;
     return text.str();
 }

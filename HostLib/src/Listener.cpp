@@ -53,7 +53,9 @@ Poco::Net::SocketAddress resolve(const std::string& address, Poco::UInt16 port)
 
 } // namespace
 
-Listener::Listener(const std::string& address, Poco::UInt16 port): m_reserve(openReserve())
+Listener::Listener(const std::string& address, Poco::UInt16 port)
+    : m_refusal(rawErrorAnswer(503, "The service has no descriptor left for another connection.")),
+      m_reserve(openReserve())
 {
     try
     {
@@ -116,9 +118,8 @@ Listener::Outcome Listener::accept(int& connection, std::string& address)
     }
 }
 
-void Listener::refuse(int connection, const std::string& message)
+void Listener::refuse(int connection, const std::string& answer)
 {
-    const std::string answer = rawErrorAnswer(503, message);
     char request[4096];
     // A close with unread input would reset the connection, and the answer with it.
     ::recv(connection, request, sizeof request, MSG_DONTWAIT);
@@ -133,7 +134,7 @@ Listener::Outcome Listener::refuseOne()
     ::close(m_reserve);
     const int connection = ::accept4(m_descriptor, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (connection >= 0)
-        refuse(connection, "The service has no descriptor left for another connection.");
+        refuse(connection, m_refusal);
     m_reserve = openReserve();
     return connection >= 0 ? Outcome::Refused : Outcome::Exhausted;
 }

@@ -40,13 +40,14 @@ public:
     /// the client's, without port.
     Outcome accept(int& connection, std::string& address);
 
-    /// Answers a connection with 503 as far as that goes without waiting, and closes it.
-    static void refuse(int connection, const std::string& message);
+    /// Sends `answer` as far as that goes without waiting, and closes the connection.
+    static void refuse(int connection, const std::string& answer);
 
 private:
     void listenOn(const std::string& address, Poco::UInt16 port);
     Outcome refuseOne();
 
+    const std::string m_refusal; ///< made beforehand: without descriptors nothing else should have to work
     int m_descriptor = -1;
     int m_reserve; ///< given up for a moment when the process has no descriptor left, so that a client can be refused
     Poco::UInt16 m_port = 0;
