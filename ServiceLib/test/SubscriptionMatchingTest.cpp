@@ -14,6 +14,7 @@
 
 #include <array>
 #include <map>
+#include <ostream>
 #include <stdexcept>
 
 namespace Kesa::Service
@@ -194,6 +195,11 @@ struct Decision
     Message::Priority priority;
     const char* text;
 };
+
+std::ostream& operator<<(std::ostream& out, const Decision& decision)
+{
+    return out << decision.type << " " << decision.request << ", subscribed " << decision.subscription;
+}
 
 constexpr auto TRACE = Message::PRIO_TRACE;
 constexpr auto DEBUG = Message::PRIO_DEBUG;

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace Kesa::Service
 {
 namespace
@@ -283,6 +285,11 @@ struct SearchCase
     const char* url;
     std::vector<Events> candidates;
 };
+
+std::ostream& operator<<(std::ostream& out, const SearchCase& searchCase)
+{
+    return out << searchCase.url;
+}
 
 std::string nameOf(const testing::TestParamInfo<SearchCase>& info)
 {

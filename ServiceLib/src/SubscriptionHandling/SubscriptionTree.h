@@ -73,6 +73,7 @@ private:
                                 SubscriptionTreeNode::SubscriptionTreeNodePtr node, uint32_t count)
         KESA_REQUIRES(m_subscriptionTreeMutex);
     /// Keeps in mind whether the node still holds subscriptions of the connection that its entry no longer knows.
+    /// Forgets a node that holds none, so that a client cannot make the list grow.
     void noteUnbooked(const Net::WebSocketProxy& webSocket, const SubscriptionTreeNode::SubscriptionTreeNodePtr& node)
         KESA_REQUIRES(m_subscriptionTreeMutex);
     /// Erases the nodes that the subscriptions from `removed[first]` on have left empty.
