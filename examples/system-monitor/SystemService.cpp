@@ -2,6 +2,8 @@
 
 #include <LogStream.h>
 
+#include <Poco/Thread.h>
+
 #include <exception>
 
 namespace SystemMonitor
@@ -29,15 +31,14 @@ Poco::SharedPtr<Kesa::Service::SubscriptionTrigger> SystemService::createSubscri
 bool SystemService::startupImpl()
 {
     m_stop.reset();
-    m_thread.setName("Sampler");
-    m_thread.startFunc([this] { run(); });
+    m_thread = std::thread([this] { run(); });
     return true;
 }
 
 bool SystemService::shutdownImpl()
 {
     m_stop.set();
-    if (m_thread.isRunning())
+    if (m_thread.joinable())
         m_thread.join();
     return true;
 }

@@ -6,7 +6,8 @@
 #include <GenericServiceBootstrap.h>
 
 #include <Poco/Event.h>
-#include <Poco/Thread.h>
+
+#include <thread>
 
 namespace SystemMonitor
 {
@@ -37,7 +38,7 @@ private:
 
     SystemReader m_reader; ///< used by the starting thread before, and by m_thread after the start
     SystemTrigger::Ptr m_trigger;
-    Poco::Thread m_thread;
+    std::thread m_thread;
     Poco::Event m_stop; ///< set by shutdownImpl(), ends run()
 };
 
