@@ -2,6 +2,7 @@
 
 #include "Export.h"
 
+#include <Poco/SharedPtr.h>
 #include <Poco/Types.h>
 
 #include <functional>
@@ -12,6 +13,7 @@ namespace Poco::Net
 {
 class HTTPServerRequest;
 class HTTPServerResponse;
+class WebSocket;
 } // namespace Poco::Net
 
 namespace Kesa::Host
@@ -27,7 +29,7 @@ namespace Kesa::Host
 ///
 /// Requests that could be understood in two ways never reach the handler: they are answered with an error document.
 ///
-/// Ownership: owns its threads and sockets. A handler may take a connection away by making a websocket of it.
+/// Ownership: owns its threads and sockets. A handler may take a connection away with takeWebsocket().
 /// Threads:   start() and stop() from one thread at a time; port() from any. The handler runs on the pool's threads,
 /// several
 ///            at once.
@@ -40,7 +42,7 @@ class KESA_API FrontDoor
 {
 public:
     /// Answers one request, on a thread of the pool. The request's body is read from request.stream(); a short one has
-    /// arrived already. Has to send the response, unless it makes a websocket of the connection.
+    /// arrived already. Has to send the response, unless it takes the connection.
     typedef std::function<void(Poco::Net::HTTPServerRequest&, Poco::Net::HTTPServerResponse&)> Handler;
 
     static constexpr unsigned DEFAULT_THREADS = 8;           ///< handlers at once: more would wait for the same data
@@ -79,6 +81,13 @@ public:
     void start();
     /// Ends all; see the class.
     void stop();
+
+    /// Answers a request that asks for a websocket with 101 and takes its connection away from the door that called the
+    /// handler; the caller shares the result with nobody. Null if the client was gone at once. Which requests may have
+    /// one is the handler's to judge. Raises Poco::Net::WebSocketException for a request that is none,
+    /// Poco::IOException for a client that does not read its earlier answers.
+    static Poco::SharedPtr<Poco::Net::WebSocket> takeWebsocket(Poco::Net::HTTPServerRequest& request,
+                                                               Poco::Net::HTTPServerResponse& response);
 
     /// The port that it listens on, also the one that the system chose.
     Poco::UInt16 port() const;

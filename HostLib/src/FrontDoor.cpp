@@ -9,6 +9,9 @@
 #include "RequestRunner.h"
 
 #include <Poco/Exception.h>
+#include <Poco/Net/HTTPServerRequestImpl.h>
+#include <Poco/Net/HTTPServerResponse.h>
+#include <Poco/Net/WebSocket.h>
 
 #include <thread>
 
@@ -97,6 +100,17 @@ Poco::UInt16 FrontDoor::port() const
 std::size_t FrontDoor::connections() const
 {
     return m_parts->caps.count();
+}
+
+Poco::SharedPtr<Poco::Net::WebSocket> FrontDoor::takeWebsocket(Poco::Net::HTTPServerRequest& request,
+                                                               Poco::Net::HTTPServerResponse& response)
+{
+    DoorSocket* door = DoorSocket::of(dynamic_cast<Poco::Net::HTTPServerRequestImpl&>(request).socket());
+    if (!door || !door->takesMore())
+        throw Poco::IOException("A client that does not read its answers asked for a websocket");
+    request.set("Upgrade", "websocket"); // POCO wants the word alone, where a list is allowed
+    const Poco::SharedPtr<Poco::Net::WebSocket> webSocket(new Poco::Net::WebSocket(request, response));
+    return door->release() ? webSocket : nullptr;
 }
 
 } // namespace Kesa::Host

@@ -1,14 +1,13 @@
 #include "RequestDispatcher.h"
 
 #include "ApplicationServices.h"
-#include "DoorSocket.h"
 #include "ErrorDocument.h"
+#include "FrontDoor.h"
 #include "UpgradeCheck.h"
 
 #include "Websocket/WebsocketConnectionManager.h"
 
-#include <Poco/Exception.h>
-#include <Poco/Net/HTTPServerRequestImpl.h>
+#include <Poco/Net/HTTPServerRequest.h>
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Net/WebSocket.h>
 
@@ -52,12 +51,8 @@ void RequestDispatcher::upgrade(HTTPServerRequest& request, HTTPServerResponse& 
     auto manager = ApplicationServices::getService<WebsocketConnectionManager>();
     if (manager.isNull())
         return sendError(response, 503, "The service takes no websockets at the moment.");
-    DoorSocket* door = DoorSocket::of(dynamic_cast<Poco::Net::HTTPServerRequestImpl&>(request).socket());
-    if (!door || !door->takesMore())
-        throw Poco::IOException("A client that does not read its answers asked for a websocket");
-    request.set("Upgrade", "websocket"); // POCO wants the word alone, where a list is allowed
-    const Poco::SharedPtr<Poco::Net::WebSocket> webSocket(new Poco::Net::WebSocket(request, response));
-    if (door->release())
+    const auto webSocket = FrontDoor::takeWebsocket(request, response);
+    if (!webSocket.isNull())
         manager->addConnection(webSocket);
 }
 
