@@ -4,6 +4,7 @@ kesa_service_test(ServiceDeliveryTest
     LoadedNotificationTest.cpp
     NotificationComparisonTest.cpp
     OnChangeSubscriptionObjectTest.cpp
+    PeriodicCostTest.cpp
     PeriodicSubscriptionObjectTest.cpp
     SubscriptionObjectTest.cpp
     SubscriptionSurveillanceTest.cpp

@@ -25,17 +25,21 @@ namespace
 {
 
 typedef void (SubscriptionSurveillance::*TimerCallback)(Poco::Timer&);
+typedef Poco::Timer SubscriptionSurveillance::*Timer;
 
 TimerCallback timerCallback();
+Timer timer();
 
 /// The explicit instantiation below may name what is private, so that a test need not wait for the real timer.
-template <TimerCallback callback>
-struct OpenTimerCallback
+template <TimerCallback callback, Timer member>
+struct OpenSurveillance
 {
     friend TimerCallback timerCallback() { return callback; }
+    friend Timer timer() { return member; }
 };
 
-template struct OpenTimerCallback<&SubscriptionSurveillance::handleSurveillanceTimer>;
+template struct OpenSurveillance<&SubscriptionSurveillance::handleSurveillanceTimer,
+                                 &SubscriptionSurveillance::m_timer>;
 
 int busyPoolThreads()
 {
@@ -292,6 +296,21 @@ TEST_F(SubscriptionSurveillanceTest, TheTimerRunsWhileSomebodyIsWatched)
     EXPECT_TRUE(eventually([&] { return busyPoolThreads() == before; }));
     surveillance.add(&subscription);
     EXPECT_EQ(busyPoolThreads(), before + 1) << "it starts again";
+    EXPECT_EQ((surveillance.*timer()).getStartInterval(), 10000);
+    EXPECT_EQ((surveillance.*timer()).getPeriodicInterval(), 10000) << "and not for one tick only";
+    surveillance.remove(&subscription);
+}
+
+TEST_F(SubscriptionSurveillanceTest, TheLastOneMayLeaveInTheMomentOfATick)
+{
+    (surveillance.*timer()).setStartInterval(0);
+    for (int i = 0; i < 2000; ++i)
+    {
+        surveillance.add(&subscription);
+        surveillance.remove(&subscription);
+    }
+    surveillance.add(&subscription);
+    EXPECT_TRUE(eventually([&] { return log.entries().size() > 0; })) << "ticks there were";
     surveillance.remove(&subscription);
 }
 

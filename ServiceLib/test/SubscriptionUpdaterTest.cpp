@@ -260,7 +260,7 @@ TEST_F(SubscriptionUpdaterTest, EvenWithRequestsInARowTheWorkerSlowsDown)
     auto subscription = subscribe();
     subscription->onAttempt = [&](int)
     {
-        schedule(subscription);
+        subscription->schedule();
         return SubscriptionObject::REMOVE_FROM_SCHEDULE;
     };
     schedule(subscription);
@@ -269,7 +269,8 @@ TEST_F(SubscriptionUpdaterTest, EvenWithRequestsInARowTheWorkerSlowsDown)
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(eventually([&] { return subscription->attempts >= before + 100; }));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(98));
-    updater.reset();
+    updater->remove(subscription);
+    finishPass();
 }
 
 TEST_F(SubscriptionUpdaterTest, LessThanAMillisecondLeftIsWaitedForAsOne)
@@ -762,6 +763,28 @@ TEST_F(PeriodicDeliveryTest, AfterRemovalNothingIsSent)
     finishPass();
     EXPECT_EQ(subscription->visits, before);
     EXPECT_FALSE(connection.hasMessage());
+}
+
+TEST_F(PeriodicDeliveryTest, WhatIsRemovedLeavesTheQueueAlsoWhereItWasNotDue)
+{
+    const auto queuedAfter = [&](const std::function<void()>& removal)
+    {
+        auto subscription = subscribePeriodically();
+        finishPass();
+        finishPass();
+        removal();
+        updater->remove(subscription);
+        const CapturedLog log; // with this level the next pass takes all that is queued
+        finishPass();
+        for (const auto& entry: log.entries())
+        {
+            if (entry.text.find("check for update for ") == 0)
+                return entry.text.substr(0, entry.text.find(" ("));
+        }
+        return std::string("no pass");
+    };
+    EXPECT_EQ(queuedAfter([] {}), "check for update for 1 scheduled subscriptions");
+    EXPECT_EQ(queuedAfter([&] { updater->clear(); }), "check for update for 1 scheduled subscriptions");
 }
 
 TEST_F(PeriodicDeliveryTest, OneThatIsRegisteredAnewTicksAgain)

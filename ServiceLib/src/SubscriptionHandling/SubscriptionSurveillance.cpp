@@ -62,6 +62,7 @@ bool SubscriptionSurveillance::startTimer()
 {
     try
     {
+        m_timer.setPeriodicInterval(SURVEILLANCE_INTERVAL_MS); // stop() has set it to 0
         m_timer.start(
             Poco::TimerCallback<SubscriptionSurveillance>(*this, &SubscriptionSurveillance::handleSurveillanceTimer));
         return true;
