@@ -5,7 +5,6 @@
 
 #include <Time/Now.h>
 
-#include <Poco/Buffer.h>
 #include <Poco/Net/NetException.h>
 #include <Poco/Net/WebSocketImpl.h>
 
@@ -189,6 +188,19 @@ void Connection::close(unsigned short code, const std::string& reason)
     wakeLoop();
 }
 
+void Connection::refuse(unsigned short code, const std::string& reason)
+{
+    char unread[SMALL_FRAME];
+    const ScopedLock lock(m_mutex);
+    startCloseLocked(code, reason, reason, Kesa::Util::now());
+    ::shutdown(m_descriptor, SHUT_WR);
+    // Closing over unread bytes would reset the connection, and the peer might not see the frame.
+    for (int total = 0; total < MAX_LEFTOVER; total += static_cast<int>(sizeof unread))
+        if (::recv(m_descriptor, unread, sizeof unread, MSG_DONTWAIT) <= 0)
+            break;
+    closeSocketLocked();
+}
+
 std::string Connection::reason() const
 {
     const ScopedLock lock(m_mutex);
@@ -278,24 +290,23 @@ void Connection::start(int epoll, const Poco::Clock& now)
     takeLeftovers(now);
 }
 
+/// One call gives all that the upgrade left, or else what is in the socket. More calls might never end with a peer that
+/// sends as fast as it is read, and everybody else would wait.
 void Connection::takeLeftovers(const Poco::Clock& now)
 {
     auto* const impl = dynamic_cast<Poco::Net::WebSocketImpl*>(socket()->impl());
-    Poco::Buffer<char> buffer(READ_PER_TURN);
+    if (!impl)
+        return;
+    const std::unique_ptr<char[]> buffer(new char[MAX_LEFTOVER]);
     try
     {
-        for (std::size_t total = 0; impl && total < MAX_LEFTOVER;)
-        {
-            const int taken = (impl->*UpgradeBuffer::read())(buffer.begin(), static_cast<int>(buffer.size()));
-            if (taken <= 0)
-                return; // the end of the input shows again when the socket is read
-            take(buffer.begin(), static_cast<std::size_t>(taken), now);
-            total += static_cast<std::size_t>(taken);
-        }
+        const int taken = (impl->*UpgradeBuffer::read())(buffer.get(), MAX_LEFTOVER);
+        if (taken > 0) // else the end of the input shows again when the socket is read
+            take(buffer.get(), static_cast<std::size_t>(taken), now);
     }
     catch (const Poco::TimeoutException&)
     {
-        // Everything is taken that was there.
+        // There was nothing.
     }
     catch (const Poco::Exception& error)
     {

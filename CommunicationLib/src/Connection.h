@@ -49,6 +49,9 @@ public:
     /// Closes with this code; messages that are not handled yet are dropped, what waits for the peer is still sent.
     void close(unsigned short code, const std::string& reason);
 
+    /// As close(), at once and on this thread, for a connection that no loop has taken.
+    void refuse(unsigned short code, const std::string& reason);
+
     /// Why the connection has ended; empty before.
     std::string reason() const;
 

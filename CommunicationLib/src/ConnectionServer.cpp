@@ -3,7 +3,6 @@
 #include "Connection.h"
 #include "ConnectionRegistry.h"
 #include "LimitsAndTimes.h"
-#include "OutQueue.h"
 #include "Websocket/WebSocketProxy.h"
 #include "Websocket/WebsocketConnectionManager.h"
 
@@ -16,9 +15,6 @@
 #include <algorithm>
 #include <system_error>
 #include <vector>
-
-#include <fcntl.h>
-#include <sys/socket.h>
 
 namespace Kesa::Net
 {
@@ -103,30 +99,14 @@ void ConnectionServer::addConnection(const Socket& webSocket)
         KESA_LOG_DEBUG("A websocket that is closed already is not served");
         return;
     }
+    if (webSocket->secure() || webSocket->mode() != Poco::Net::WebSocket::WS_SERVER)
+        throw Poco::InvalidArgumentException(
+            "Only the server's end of a websocket without TLS can be served; let TLS end "
+            "in front of the service");
     const auto connection = std::make_shared<Connection>(webSocket, m_loop);
     ConnectionRegistry::instance().add(connection);
     if (!m_loop->add(connection))
-        refuse(webSocket);
-}
-
-/// Tells the peer 1001 and closes. What the peer has sent is read before, since closing over unread bytes resets the
-/// connection, and the peer might not see the frame.
-void ConnectionServer::refuse(const Socket& webSocket)
-{
-    OutQueue frames;
-    frames.pushClose(CLOSE_GOING_AWAY, GOING_AWAY);
-    iovec buffers[2];
-    msghdr message = {};
-    message.msg_iov = buffers;
-    message.msg_iovlen = static_cast<std::size_t>(frames.gather(buffers, 2, SMALL_FRAME));
-    const int descriptor = webSocket->impl()->sockfd();
-    ::sendmsg(descriptor, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-    ::shutdown(descriptor, SHUT_WR);
-    char unread[SMALL_FRAME];
-    for (std::size_t total = 0; total < MAX_LEFTOVER; total += sizeof unread)
-        if (::recv(descriptor, unread, sizeof unread, MSG_DONTWAIT) <= 0)
-            break;
-    Socket(webSocket)->close();
+        connection->refuse(CLOSE_GOING_AWAY, GOING_AWAY);
 }
 
 void ConnectionServer::drain(Poco::Timespan deadline)

@@ -57,7 +57,6 @@ private:
     void fireDataReceived(const std::shared_ptr<Connection>& connection, std::string&& text);
     void fireConnectionClosed(const std::shared_ptr<Connection>& connection);
     void join(std::thread& thread);
-    static void refuse(const Socket& webSocket);
 
     WebsocketConnectionManager& m_manager;
     ConnectionQueue m_ready; // to the message thread

@@ -48,8 +48,8 @@ constexpr std::size_t SMALL_FRAME = 4096;
 /// that what a stalled peer misses waits with us, where it can be replaced by something newer.
 constexpr int KERNEL_UNSENT = 16 * 1024;
 
-/// Leftovers of the upgrade's read buffer that are taken over at most; no HTTP buffer is larger.
-constexpr std::size_t MAX_LEFTOVER = 256 * 1024;
+/// Room for all that the upgrade left in its read buffer, which holds 4 to 128 KiB, depending on POCO's release.
+constexpr int MAX_LEFTOVER = 256 * 1024;
 
 /// A peer of which nothing was heard for so long is asked by a ping; shorter than the usual idle bound of proxies.
 constexpr Poco::Clock::ClockDiff PING_PERIOD = seconds(20);

@@ -72,12 +72,16 @@ TEST_F(ConnectionManagerStopTest, AProxyOutlivesTheManager)
 TEST_F(ConnectionManagerStopTest, AfterTheStopNewConnectionsAreTold1001)
 {
     manager->stop();
-    for (const std::string& early: {std::string(), WebsocketPeer::frame(0x1, "unread")})
+    for (const bool hasSent: {false, true})
     {
-        auto [peer, webSocket] = listener.connect(early);
+        auto [peer, webSocket] = listener.connect();
+        if (hasSent)
+            peer.sendText("unread");
+        EXPECT_TRUE(eventually([&, socket = webSocket] { return !hasSent || socket->impl()->available() > 0; }));
         manager->addConnection(webSocket);
         EXPECT_EQ(peer.closeCode(), 1001);
-        EXPECT_TRUE(peer.ended());
+        EXPECT_TRUE(endsOrderly(peer));
+        EXPECT_EQ(webSocket->impl()->sockfd(), POCO_INVALID_SOCKET);
     }
     auto [gone, webSocket] = listener.connect();
     reset(gone);
@@ -167,6 +171,7 @@ TEST_F(ConnectionManagerStopTest, TheLastReferenceMayGoInACloseHandler)
     EXPECT_EQ(log.count(Poco::Message::PRIO_CRITICAL), 1u);
     ASSERT_TRUE(waitForCloses(1));
     EXPECT_TRUE(eventually([&] { return threads() == threadsWithout; }));
+    EXPECT_EQ(closes().size(), 1u) << "nobody is left to fire the other's";
 }
 
 TEST_F(ConnectionManagerStopTest, ADrainTellsTheClientsInSlices)

@@ -1,5 +1,6 @@
 // What a manager does because time passes. The clock is moved by hand.
 
+#include "LimitsAndTimes.h"
 #include "ServedConnections.h"
 
 #include <Time/Now.h>
@@ -107,6 +108,26 @@ TEST_F(ConnectionManagerTimeTest, TheSilenceClockStandsStillWhileWeRefuseToRead)
     EXPECT_EQ(manager->connectionCount(), 2u);
     leave.open();
     EXPECT_TRUE(waitForMessages(1 + sent / message.size()));
+}
+
+TEST_F(ConnectionManagerTimeTest, APeerThatWasNotReadIsAskedBeforeItCountsAsGone)
+{
+    onData = [&](const Data&)
+    {
+        entered.open();
+        leave.wait();
+    };
+    WebsocketPeer peer = connect();
+    peer.sendText("blocks the handler");
+    entered.wait();
+    peer.sendText(std::string(Kesa::Net::MAX_INBOX, 'x'));
+    WebsocketPeer other = connect();
+    pass(120, other);
+    leave.open();
+    ASSERT_TRUE(waitForMessages(2));
+    pass(30, other);
+    EXPECT_EQ(peer.receiveFrame().opcode, PING);
+    EXPECT_EQ(closes().size(), 0u);
 }
 
 TEST_F(ConnectionManagerTimeTest, APeerThatTakesNothingWhileSomethingWaitsIsClosed)

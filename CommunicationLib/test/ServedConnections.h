@@ -163,6 +163,23 @@ protected:
         return sent;
     }
 
+    /// True when the peer sees an orderly end, after what it has still to read, and no reset.
+    static bool endsOrderly(WebsocketPeer& peer)
+    {
+        char rest[4096];
+        try
+        {
+            while (peer.socket().receiveBytes(rest, sizeof rest) > 0)
+            {
+            }
+            return true;
+        }
+        catch (const Poco::Net::ConnectionResetException&)
+        {
+            return false;
+        }
+    }
+
     static void reset(WebsocketPeer& peer)
     {
         peer.socket().setLinger(true, 0);

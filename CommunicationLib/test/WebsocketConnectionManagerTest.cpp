@@ -8,6 +8,9 @@
 #include <CapturedLog.h>
 
 #include <Poco/Exception.h>
+#include <Poco/Net/HTTPClientSession.h>
+#include <Poco/Net/HTTPRequest.h>
+#include <Poco/Net/HTTPResponse.h>
 #include <Poco/Net/NetException.h>
 
 #include <atomic>
@@ -17,6 +20,7 @@ namespace
 {
 
 using Kesa::Test::eventually;
+using Kesa::Test::Gate;
 using Kesa::Test::ServedConnections;
 using Kesa::Test::WebsocketPeer;
 
@@ -137,6 +141,26 @@ TEST_F(ConnectionManagerTest, ReadsALargeMessageThatCameTogetherWithTheUpgradeRe
     auto [peer, webSocket] = listener.connect(WebsocketPeer::frame(0x1, large));
     manager->addConnection(webSocket);
     EXPECT_EQ(peer.receiveText(), large);
+}
+
+TEST_F(ConnectionManagerTest, APeerThatIsBusyFromTheStartDelaysNobody)
+{
+    Gate stop;
+    std::atomic<int> rounds{0};
+    auto [busy, webSocket] = listener.connect();
+    std::thread chatter(
+        [&, peer = busy]() mutable
+        {
+            for (; !stop.isOpen(); ++rounds)
+                waitForLoop(peer);
+        });
+    manager->addConnection(webSocket);
+    WebsocketPeer other = connect();
+    waitForLoop(other);
+    const int roundsUntilServed = rounds;
+    stop.open();
+    chatter.join();
+    EXPECT_LT(roundsUntilServed, 2000);
 }
 
 TEST_F(ConnectionManagerTest, ReadsByteByByte)
@@ -274,7 +298,7 @@ TEST_F(ConnectionManagerTest, TheCloseFrameArrivesThoughThePeerGoesOnSending)
         WebsocketPeer peer = connect();
         peer.send(tooLarge);
         EXPECT_EQ(peer.closeCode(), 1009);
-        EXPECT_TRUE(peer.ended());
+        EXPECT_TRUE(endsOrderly(peer));
     }
 }
 
@@ -467,6 +491,17 @@ TEST_F(ConnectionManagerTest, RefusesNullAndASocketThatIsServed)
     EXPECT_EQ(peer.receiveText(), "still served");
 }
 
+TEST_F(ConnectionManagerTest, RefusesTheClientsEnd)
+{
+    std::thread accepting([&] { lastSocket = listener.accept(); });
+    Poco::Net::HTTPClientSession session("127.0.0.1", listener.port());
+    Poco::Net::HTTPRequest request(Poco::Net::HTTPRequest::HTTP_GET, "/", "HTTP/1.1");
+    Poco::Net::HTTPResponse response;
+    const Socket client = new Poco::Net::WebSocket(session, request, response);
+    accepting.join();
+    EXPECT_THROW(manager->addConnection(client), Poco::InvalidArgumentException);
+}
+
 // Dangers
 
 TEST_F(ConnectionManagerTest, AHandlerThatBlocksDelaysNeitherPongsNorSending)
@@ -608,24 +643,21 @@ TEST_F(ConnectionManagerTest, APingFloodOfAPeerThatDoesNotReadLeavesOnePongWaiti
 TEST_F(ConnectionManagerTest, NothingIsLostBetweenManyWritersAndAPeerThatReadsInBursts)
 {
     constexpr int WRITERS = 3;
-    constexpr int EACH = 3000;
-    WebsocketPeer peer = connect();
+    constexpr int EACH = 1000;
+    WebsocketPeer peer = connectSlow();
     const Proxy target = proxy();
-    const int small = 16 * 1024;
-    ::setsockopt(lastSocket->impl()->sockfd(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     std::vector<std::thread> writers;
     for (int writer = 0; writer < WRITERS; ++writer)
         writers.emplace_back(
             [&target, writer]
             {
                 for (int i = 0; i < EACH; ++i)
-                    target.write(std::to_string(writer) + std::to_string(i) + ":" +
-                                 std::string(static_cast<std::size_t>(i % 300), 'x'));
+                    target.write(std::to_string(writer) + std::to_string(i) + ":" + std::string(1000, 'x'));
             });
     int next[WRITERS] = {};
     for (int i = 0; i < WRITERS * EACH; ++i)
     {
-        if (i % 500 == 0)
+        if (i % 100 == 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         const std::string text = peer.receiveText();
         const int writer = text[0] - '0';
@@ -659,6 +691,22 @@ TEST_F(ConnectionManagerTest, AResetInTheMiddleOfASendRaisesAndLeavesNoSignal)
             }));
     }
     EXPECT_TRUE(waitForCloses(20));
+}
+
+TEST_F(ConnectionManagerTest, ABrokenPipeRaisesAndLeavesNoSignal)
+{
+    const DeadlyBrokenPipe deadly;
+    for (const std::size_t size: {10u, 100000u})
+    {
+        WebsocketPeer peer = connect();
+        lastSocket->impl()->shutdownSend();
+        EXPECT_THROW(proxy().write(std::string(size, 'x')), Poco::Net::WebSocketException);
+    }
+    WebsocketPeer peer = connectSlow();
+    proxy().write(std::string(3 * 1024 * 1024, 'x'));
+    lastSocket->impl()->shutdownSend();
+    EXPECT_TRUE(endsOrderly(peer)) << "the I/O thread found out";
+    EXPECT_TRUE(waitForCloses(3));
 }
 
 TEST_F(ConnectionManagerTest, WritersNeverReachADescriptorThatIsReused)

@@ -54,8 +54,9 @@ public:
 
     /// Takes over an upgraded connection and starts to read it, beginning with what followed the upgrade request.
     /// Nobody else may use the socket from then on. A peer that is already gone shows as a closed connection; after
-    /// stop() or drain() the peer is told 1001. Raises Poco::NullPointerException for a null pointer and
-    /// Poco::ExistsException for a socket that is served already.
+    /// stop() or drain() the peer is told 1001. Raises Poco::NullPointerException for a null pointer,
+    /// Poco::ExistsException for a socket that is served already, and Poco::InvalidArgumentException for a client's end
+    /// or one with TLS.
     void addConnection(const Poco::SharedPtr<Poco::Net::WebSocket>& webSocket);
 
     /// Closes all connections with 1001, some at a time, so that not all clients come back elsewhere at one moment.
