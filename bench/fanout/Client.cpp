@@ -78,11 +78,13 @@ std::string pong(std::string_view payload)
 /// The length of the frame that begins with these bytes; 0 as long as that is unknown.
 std::size_t frameLength(const char* bytes, std::size_t length)
 {
-    if (length < 4)
+    if (length < 2)
         return 0;
     const std::size_t size = static_cast<unsigned char>(bytes[1]);
     if (size < 126)
         return 2 + size;
+    if (length < 4)
+        return 0;
     return 4 +
            (static_cast<std::size_t>(static_cast<unsigned char>(bytes[2])) << 8 | static_cast<unsigned char>(bytes[3]));
 }
@@ -98,10 +100,14 @@ std::int64_t monotonicNanoseconds()
 
 Client::Client(Shared& shared, std::uint16_t servicePort, std::uint16_t barePort, const char* url): m_shared(shared)
 {
-    open(m_service, m_servicePoller, servicePort);
-    open(m_bare, m_barePoller, barePort);
-    for (Connection& connection: m_service)
-        subscribe(connection, url);
+    m_servicePoller = checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1");
+    m_barePoller = checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1");
+    for (std::size_t i = 0; i < CONNECTIONS; ++i)
+    {
+        open(m_service[i], i, m_servicePoller, servicePort);
+        open(m_bare[i], i, m_barePoller, barePort);
+        subscribe(m_service[i], url);
+    }
 }
 
 Client::~Client()
@@ -113,17 +119,13 @@ Client::~Client()
     close(m_barePoller);
 }
 
-void Client::open(Connections& connections, int& poller, std::uint16_t port)
+void Client::open(Connection& connection, std::size_t index, int poller, std::uint16_t port)
 {
-    poller = checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1");
-    for (std::size_t i = 0; i < connections.size(); ++i)
-    {
-        connections[i].socket = connectTo(port);
-        epoll_event event{};
-        event.events = EPOLLIN;
-        event.data.u64 = i;
-        checked(epoll_ctl(poller, EPOLL_CTL_ADD, connections[i].socket, &event), "epoll_ctl");
-    }
+    connection.socket = connectTo(port);
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.u64 = index;
+    checked(epoll_ctl(poller, EPOLL_CTL_ADD, connection.socket, &event), "epoll_ctl");
 }
 
 void Client::subscribe(Connection& connection, const char* url)
@@ -135,8 +137,8 @@ void Client::subscribe(Connection& connection, const char* url)
         throw std::runtime_error("no upgrade: " + head);
     sendAll(connection.socket,
             textFrame(R"({"type":"subscribe","event":")" + std::string(url) + R"(","updateLimit":0})"));
-    for (int messages = 0; messages < 2;) // the acknowledgement and the first data
-        messages += readFrame(connection, true);
+    for (std::size_t texts = 0; texts < 2;) // the acknowledgement and the first data
+        texts += receive(connection, true);
 }
 
 void Client::run(int commands, int answers)
@@ -159,36 +161,40 @@ void Client::readRound(Connections& connections, int poller, bool fromService)
         const int count = checked(epoll_wait(poller, events.data(), static_cast<int>(events.size()), -1), "epoll_wait");
         for (int i = 0; i < count; ++i)
         {
-            if (!readFrame(connections[events[static_cast<std::size_t>(i)].data.u64], fromService))
+            const std::size_t texts = receive(connections[events[static_cast<std::size_t>(i)].data.u64], fromService);
+            if (texts == 0)
                 continue;
-            ++frames;
+            frames += texts;
             const std::size_t index = m_shared.latencies++;
             m_shared.nanoseconds[index] = monotonicNanoseconds() - m_shared.changedAt;
         }
     }
 }
 
-/// Receives once. True when that completed a text frame; the next one has not been sent then. A ping is answered and
-/// not counted.
-bool Client::readFrame(Connection& connection, bool fromService)
+/// Receives once and takes away all the frames that are whole. Gives the number of texts among them; a ping is
+/// answered.
+std::size_t Client::receive(Connection& connection, bool fromService)
 {
     const ssize_t count = recv(connection.socket, connection.bytes.data() + connection.length,
                                connection.bytes.size() - connection.length, 0);
     if (checked(static_cast<int>(count), "recv") == 0)
         throw std::runtime_error("the server closed a connection");
     connection.length += static_cast<std::size_t>(count);
-    const std::size_t length = frameLength(connection.bytes.data(), connection.length);
-    if (length == 0 || connection.length < length)
-        return false;
-    const bool isPing = (connection.bytes[0] & 0x0f) == 0x9;
-    if (isPing)
-        sendAll(connection.socket, pong({connection.bytes.data() + 2, length - 2}));
-    else if (fromService && &connection == &m_service.front())
-        keepFrame(connection, length);
-    std::copy(connection.bytes.begin() + static_cast<std::ptrdiff_t>(length),
-              connection.bytes.begin() + static_cast<std::ptrdiff_t>(connection.length), connection.bytes.begin());
-    connection.length -= length;
-    return !isPing;
+    std::size_t texts = 0;
+    for (;;)
+    {
+        const std::size_t length = frameLength(connection.bytes.data(), connection.length);
+        if (length == 0 || connection.length < length)
+            return texts;
+        if ((connection.bytes[0] & 0x0f) == 0x9)
+            sendAll(connection.socket, pong({connection.bytes.data() + 2, length - 2}));
+        else
+            ++texts;
+        if (fromService && &connection == &m_service.front())
+            keepFrame(connection, length);
+        connection.length -= length;
+        std::memmove(connection.bytes.data(), connection.bytes.data() + length, connection.length);
+    }
 }
 
 void Client::keepFrame(const Connection& connection, std::size_t length)

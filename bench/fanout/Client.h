@@ -10,7 +10,7 @@ namespace Fanout
 {
 
 constexpr std::size_t CONNECTIONS = 1000; ///< as many as one service may have subscriptions
-constexpr std::size_t ROUNDS = 200;       ///< changes in one run
+constexpr std::size_t ROUNDS = 100;       ///< changes in one run
 constexpr std::size_t MAX_FRAME = 1024;
 
 /// What the server's and the client's process share.
@@ -60,10 +60,10 @@ private:
     };
     typedef std::vector<Connection> Connections;
 
-    void open(Connections& connections, int& poller, std::uint16_t port);
+    void open(Connection& connection, std::size_t index, int poller, std::uint16_t port);
     void subscribe(Connection& connection, const char* url);
     void readRound(Connections& connections, int poller, bool fromService);
-    bool readFrame(Connection& connection, bool fromService);
+    std::size_t receive(Connection& connection, bool fromService);
     void keepFrame(const Connection& connection, std::size_t length);
 
     Shared& m_shared;

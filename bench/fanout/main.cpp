@@ -6,6 +6,7 @@
 #include "Client.h"
 
 #include <GenericServiceBootstrap.h>
+#include <Log.h>
 #include <ServiceHost.h>
 #include <SubscriptionHandling/SubscriptionEvents.h>
 #include <SubscriptionHandling/SubscriptionTrigger.h>
@@ -27,6 +28,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -61,10 +63,10 @@ public:
     void checkNewSubscription(Kesa::Service::SubscriptionSubscribingEventPayload&) override {}
 
 private:
-    /// An element that makes the whole notification MESSAGE bytes long, as long as its time stamp has five digits.
+    /// An element that makes the whole notification MESSAGE bytes long.
     static Poco::JSON::Object::Ptr item(int figure)
     {
-        constexpr std::size_t rest = 103; // what the message holds beside the note
+        constexpr std::size_t rest = 84; // what the message holds beside the note
         Poco::JSON::Object::Ptr item = new Poco::JSON::Object;
         item->set("id", "1");
         item->set("figure", figure);
@@ -95,7 +97,7 @@ public:
 
     std::uint16_t port() const { return m_listener.address().port(); }
 
-    /// Accepts every connection of the client. Runs on a thread of its own while the client connects.
+    /// Accepts every connection of the client; they wait in the listener's queue.
     void accept()
     {
         while (m_sockets.size() < CONNECTIONS)
@@ -297,6 +299,7 @@ void raiseDescriptorLimit()
 
 void run()
 {
+    Logging::Log::SetLogLevel(Poco::Message::PRIO_WARNING, "");
     raiseDescriptorLimit();
     void* const memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED)
@@ -310,15 +313,14 @@ void run()
     Kesa::Host::ServiceHost host(bench, options);
     host.start();
     BareLoop bareLoop;
-    std::thread acceptor([&bareLoop] { bareLoop.accept(); });
     clients.connect(host.port(), bareLoop.port());
-    acceptor.join();
+    bareLoop.accept();
 
     std::vector<Result> service;
     std::vector<Result> bare;
     const auto change = [&bench] { bench.items->change(); };
     const auto send = [&] { bareLoop.send(shared); };
-    clients.measure(Command::SERVICE, change); // warms up, and lets the time stamp grow to its five digits
+    clients.measure(Command::SERVICE, change); // warms up
     for (int i = 0; i < RUNS; ++i)
     {
         service.push_back(clients.measure(Command::SERVICE, change));
