@@ -19,7 +19,7 @@ struct QueryPair
 
 /// The most parameters that are read from a query, and the most names from a list, so that no client makes a small text
 /// into much work or memory.
-inline constexpr std::size_t MAX_PARAMETERS = 1000;
+inline constexpr std::size_t MAX_PARAMETERS = 100;
 inline constexpr std::size_t MAX_NAMES = 1000;
 
 /// Takes a query apart, in its order and without empty pieces; "+" is a blank. Nothing is raised. What stands beyond

@@ -7,6 +7,7 @@
 #include <JSONTools.h>
 
 #include <Poco/Exception.h>
+#include <Poco/NumberFormatter.h>
 
 #include <algorithm>
 
@@ -28,6 +29,7 @@ const WebSocketRequestObject::JsonFieldName WebSocketRequestObject::FIELD_ERROR 
 namespace
 {
 using Poco::Dynamic::Var;
+using Poco::JSON::Array;
 using Poco::JSON::Object;
 
 bool beginsNumber(char c)
@@ -64,6 +66,57 @@ std::string shown(const Var& value)
     appendJson(text, value);
     return excerpt(text);
 }
+
+/// `text` with its control characters percent-encoded. A URI encodes those of its path when it is written, but keeps
+/// those of its query, and a line break would then begin a line of the client's own in a log.
+std::string withEncodedControls(const std::string& text)
+{
+    std::string result;
+    result.reserve(text.size());
+    for (const char c: text)
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F)
+            result += "%" + Poco::NumberFormatter::formatHex(byte, 2);
+        else
+            result += c;
+    }
+    return result;
+}
+
+/// What a message may still hold.
+struct Room
+{
+    std::size_t values;
+    std::size_t text;
+
+    bool takeValue()
+    {
+        const bool fits = values > 0;
+        values -= fits ? 1 : 0;
+        return fits;
+    }
+    bool takeText(const std::string& taken)
+    {
+        const bool fits = taken.size() <= text;
+        text -= fits ? taken.size() : 0;
+        return fits;
+    }
+};
+
+/// Takes what `value` holds out of `room`. False as soon as there is not enough.
+bool takeRoom(Room& room, const Var& value, int depth = 0)
+{
+    const auto takePart = [&](const Var& part) { return room.takeValue() && takeRoom(room, part, depth + 1); };
+    if (depth >= MAX_JSON_DEPTH)
+        return false;
+    if (const Object* object = asObject(value))
+        return std::all_of(object->begin(), object->end(),
+                           [&](const auto& member) { return room.takeText(member.first) && takePart(member.second); });
+    if (const Array* array = asArray(value))
+        return std::all_of(array->begin(), array->end(), takePart);
+    return value.type() != typeid(std::string) || room.takeText(value.extract<std::string>());
+}
 } // namespace
 
 WebSocketRequestObject::WebSocketRequestObject() = default;
@@ -75,7 +128,7 @@ WebSocketRequestObject::WebSocketRequestObject(const std::string& text)
 
 WebSocketRequestObject::WebSocketRequestObject(const Object::Ptr& object)
 {
-    initFromJsonObject(object);
+    readMessage(object);
 }
 
 WebSocketRequestObject::WebSocketRequestObject(const Type& type, const std::string& event,
@@ -115,13 +168,13 @@ void WebSocketRequestObject::parse(const std::string& text)
     Object::Ptr object;
     if (Util::JSONTools::parseJSONString(text, object))
     {
-        initFromJsonObject(object);
+        readMessage(object);
         return;
     }
     if (Util::JSONTools::parseJSONString(withoutNumbers(text), object))
     {
-        initFromJsonObject(object); // for the event, which the reply repeats
-        m_data = nullptr;           // these are not the client's numbers
+        readMessage(object); // for the event, which the reply repeats
+        m_data = nullptr;    // these are not the client's numbers
         m_interval.clear();
         m_updateLimit.clear();
         fail("A number of the message is malformed or out of range.");
@@ -137,6 +190,20 @@ void WebSocketRequestObject::copyAndInitFromJsonObject(const Object& object)
 
 void WebSocketRequestObject::initFromJsonObject(const Object::Ptr& object)
 {
+    readObject(object, std::string::npos);
+}
+
+void WebSocketRequestObject::readMessage(const Object::Ptr& object)
+{
+    readObject(object, MAX_EVENT_LENGTH);
+    Room room{MAX_VALUES, MAX_TEXT};
+    if (m_isValid && m_type != TYPE_DATA && !takeRoom(room, m_data))
+        fail("The message must not hold more than " + std::to_string(MAX_VALUES) + " values, nor more than " +
+             std::to_string(MAX_TEXT) + " bytes of names and texts; leave out what the service does not need.");
+}
+
+void WebSocketRequestObject::readObject(const Object::Ptr& object, std::size_t longestEvent)
+{
     const Object::Ptr shared = object; // which may be this object's own
     *this = WebSocketRequestObject();
     if (shared.isNull())
@@ -145,20 +212,25 @@ void WebSocketRequestObject::initFromJsonObject(const Object::Ptr& object)
         return;
     }
     m_data = shared;
-    m_isValid = readMembers();
+    m_isValid = readMembers(longestEvent);
 }
 
-bool WebSocketRequestObject::readMembers()
+bool WebSocketRequestObject::readMembers(std::size_t longestEvent)
 {
     // The event comes first, since the reply to a message that is invalid for another reason repeats it.
     const bool eventRead = readText(FIELD_EVENT, m_eventText);
-    parseEvent();
+    const bool eventFits = m_eventText.size() <= longestEvent;
+    if (eventFits) // a longer one is not worth the work
+        parseEvent();
     if (!readText(FIELD_TYPE, m_type) || !eventRead)
         return false;
     if (!m_data->has(FIELD_TYPE))
         return fail("The message has no '" + FIELD_TYPE + "'.");
     if (m_eventText.empty())
         return fail("The message has no '" + FIELD_EVENT + "', or an empty one.");
+    if (!eventFits)
+        return fail("'" + FIELD_EVENT + "' must not be longer than " + std::to_string(longestEvent) +
+                    " bytes, but has " + std::to_string(m_eventText.size()) + ".");
     return readMilliseconds(FIELD_SUBSCRIPTION_INTERVAL, 1, m_interval) &&
            readMilliseconds(FIELD_SUBSCRIPTION_UPDATE_LIMIT, 0, m_updateLimit) &&
            readText(FIELD_AUTHORIZATION, m_authorization) && readAutosubscribe() && checkData();
@@ -168,10 +240,10 @@ void WebSocketRequestObject::parseEvent()
 {
     try
     {
-        m_event = m_eventText;
+        m_event = withEncodedControls(m_eventText);
         initializeFromUri(m_event);
     }
-    catch (const Poco::SyntaxException&) // a text that is no URL: the path stays invalid
+    catch (const Poco::Exception&) // a text that is no URL: the path stays invalid
     {
         m_event.clear();
     }

@@ -120,6 +120,22 @@ TEST(UrlPathTest, ObjectAndElementAreTheSameLevel)
     EXPECT_EQ(UrlPath::compareCharacteristic(UrlPath::SERVICE_RESOURCE_OBJECT, UrlPath::SERVICE_RESOURCE_ELEMENT), 0);
 }
 
+TEST(UrlPathTest, CharacteristicsHaveTheirNumbers)
+{
+    const UrlPath::Characteristic inOrder[] = {UrlPath::INVALID,
+                                               UrlPath::ROOT,
+                                               UrlPath::ROOT_ID,
+                                               UrlPath::SERVICE,
+                                               UrlPath::SERVICE_ID,
+                                               UrlPath::SERVICE_SPEC,
+                                               UrlPath::SERVICE_RIGHTS,
+                                               UrlPath::SERVICE_RESOURCE,
+                                               UrlPath::SERVICE_RESOURCE_ID,
+                                               UrlPath::SERVICE_RESOURCE_SPEC};
+    for (int number = 0; number < 10; ++number)
+        EXPECT_EQ(static_cast<int>(inOrder[number]), number);
+}
+
 const UrlPath::Characteristic LADDER[] = {UrlPath::ROOT, UrlPath::SERVICE, UrlPath::SERVICE_RESOURCE,
                                           UrlPath::SERVICE_RESOURCE_ELEMENT};
 const UrlPath::Characteristic RESERVED[] = {

@@ -212,6 +212,87 @@ TEST(WebSocketRequestObjectTest, NumbersThatDoNotParseLeaveNothingBehind)
     EXPECT_FALSE(request.hasUpdateLimit());
 }
 
+std::string repeated(const std::string& text, std::size_t count)
+{
+    std::string result;
+    for (std::size_t i = 0; i < count; ++i)
+        result += text;
+    return result;
+}
+
+std::string subscribeTo(const std::string& event)
+{
+    return R"({"type":"subscribe","event":")" + event + "\"}";
+}
+
+TEST(WebSocketRequestObjectTest, EventBeyondItsBoundIsRefusedAndRepeated)
+{
+    const std::string longest = "/s/r?" + std::string(WebSocketRequestObject::MAX_EVENT_LENGTH - 5, 'q');
+    EXPECT_TRUE(WebSocketRequestObject(subscribeTo(longest)).isValid());
+    for (const std::size_t length: {longest.size() + 1, std::size_t(65536), std::size_t(1000000)})
+    {
+        const std::string event(length, '/');
+        const WebSocketRequestObject request(subscribeTo(event));
+        EXPECT_FALSE(request.isValid());
+        EXPECT_EQ(request.getProblem(),
+                  "'event' must not be longer than 8192 bytes, but has " + std::to_string(length) + ".");
+        EXPECT_EQ(request.getEventText(), event);
+        EXPECT_TRUE(request.getEvent().empty()) << "it was parsed all the same";
+        EXPECT_FALSE(WebSocketRequestObject(json(subscribeTo(event))).isValid());
+    }
+}
+
+/// `type` and `event` are two of the values, and with their names and texts 24 bytes of the text.
+TEST(WebSocketRequestObjectTest, MessageThatHoldsTooMuchToBeKeptIsRefused)
+{
+    const std::size_t values = WebSocketRequestObject::MAX_VALUES - 2;
+    const std::size_t text = WebSocketRequestObject::MAX_TEXT - 24;
+    const auto list = [](const std::string& element, std::size_t count)
+    { return "[" + repeated(element + ",", count - 1) + element + "]"; };
+    const auto isValid = [](const std::string& member)
+    {
+        const std::string message = "{" + SUBSCRIBE + "," + member + "}";
+        const WebSocketRequestObject request(message);
+        EXPECT_EQ(request.isValid(), WebSocketRequestObject(json(message)).isValid()) << member.substr(0, 80);
+        EXPECT_EQ(request.getProblem().find("200 values, nor more than 16384 bytes") == std::string::npos,
+                  request.isValid());
+        return request.isValid();
+    };
+    EXPECT_TRUE(isValid("\"x\":" + list("0", values - 1)));
+    EXPECT_FALSE(isValid("\"x\":" + list("0", values)));
+    EXPECT_FALSE(isValid("\"x\":" + list("{}", 300000)));
+    EXPECT_TRUE(isValid("\"data\":{\"x\":" + list("[[]]", values / 2 - 1) + "}"));
+    EXPECT_FALSE(isValid("\"data\":{\"x\":" + list("[[]]", values / 2) + "}"));
+    EXPECT_TRUE(isValid("\"authorization\":\"" + std::string(text - 13, 'a') + "\""));
+    EXPECT_FALSE(isValid("\"authorization\":\"" + std::string(text - 12, 'a') + "\""));
+    EXPECT_TRUE(isValid("\"" + std::string(text, 'a') + "\":1"));
+    EXPECT_FALSE(isValid("\"" + std::string(text + 1, 'a') + "\":1"));
+}
+
+TEST(WebSocketRequestObjectTest, DataMessagesAndRequestsBuiltInCodeMayBeLarge)
+{
+    EXPECT_TRUE(WebSocketRequestObject(R"({"type":"data","event":"/s","data":{"x":[0)" + repeated(",0", 300000) + "]}}")
+                    .isValid());
+    const std::string event = "/s/r?" + std::string(WebSocketRequestObject::MAX_EVENT_LENGTH, 'q');
+    const WebSocketRequestObject built("subscribe", event, Poco::Optional<long>(), Poco::Optional<long>(), nullptr,
+                                       false);
+    EXPECT_TRUE(built.isValid());
+    Derived copy;
+    copy.copyAndInitFromJsonObject(*built.getJson());
+    EXPECT_TRUE(copy.isValid());
+}
+
+TEST(WebSocketRequestObjectTest, ControlCharactersOfAnEventAreEncodedInItsUrlAndKeptInItsText)
+{
+    const WebSocketRequestObject request(subscribeTo(R"(/s/a\nb?x=1\r\n2&y=\u007f#f\t\u0000)"));
+    EXPECT_TRUE(request.isValid());
+    EXPECT_EQ(request.getEvent().toString(), "/s/a%0Ab?x=1%0D%0A2&y=%7F#f%09%00");
+    EXPECT_EQ(request.getUri(), request.getEvent());
+    EXPECT_EQ(request.getUrlPath().getResource(), "a\nb");
+    EXPECT_EQ(request.getUrlPath().getQueryParameters("x"), std::vector<std::string>{"1\r\n2"});
+    EXPECT_EQ(request.getEventText(), std::string("/s/a\nb?x=1\r\n2&y=\x7F#f\t\0", 21));
+}
+
 TEST(WebSocketRequestObjectTest, NullObjectIsInvalid)
 {
     const WebSocketRequestObject request{Object::Ptr()};

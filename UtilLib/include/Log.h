@@ -18,8 +18,8 @@ namespace Logging
 
 /// The process's logger and its threshold.
 ///
-/// Threads: every operation from any thread. IsLogLevelActive is one relaxed atomic read, since it guards every log
-///          statement on the hot paths.
+/// Threads: any; but POCO takes a channel or a level only while nobody logs, so configure before other threads start.
+///          IsLogLevelActive is one relaxed atomic read, since it guards every log statement on the hot paths.
 class KESA_API Log
 {
 public:

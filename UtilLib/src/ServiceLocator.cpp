@@ -16,10 +16,12 @@ auto findEntry(Entries& entries, const std::type_info& key)
 
 bool ServiceLocator::find(const std::type_info* key, Poco::Any& out) const
 {
+    Poco::Any previous; // dies after the lock, as below
     ScopedLock<FastMutex> lock(m_mutex);
     const auto entry = findEntry(m_entries, *key);
     if (entry == m_entries.end())
         return false;
+    previous.swap(out);
     out = entry->second;
     return true;
 }

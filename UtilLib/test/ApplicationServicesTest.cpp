@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -126,6 +129,38 @@ TEST_F(ApplicationServicesTest, AServiceMayUseTheLocatorWhileItIsDestroyed)
     ApplicationServices::registerService(Poco::SharedPtr<Farewell>(new Farewell));
     EXPECT_TRUE(ApplicationServices::unregisterService<Farewell>());
     EXPECT_EQ(entries<Farewell>(), 0);
+}
+
+/// Tells whether another thread could use the locator while the last share of this object went.
+struct LastShare
+{
+    LastShare(ServiceLocator& locator, bool& wasFree): m_locator(locator), m_wasFree(wasFree) {}
+    ~LastShare()
+    {
+        const auto answered = std::make_shared<std::promise<void>>();
+        auto answer = answered->get_future();
+        ServiceLocator& locator = m_locator;
+        std::thread(
+            [answered, &locator]
+            {
+                locator.getService<Scanner>();
+                answered->set_value();
+            })
+            .detach();
+        m_wasFree = answer.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    }
+    ServiceLocator& m_locator;
+    bool& m_wasFree;
+};
+
+TEST_F(ApplicationServicesTest, WhatAFoundEntryReplacesIsDestroyedOutsideTheLock)
+{
+    bool wasFree = false;
+    m_locator.insert(&typeid(int), Poco::Any(Poco::SharedPtr<int>(new int(1))));
+    Poco::Any entry = Poco::Any(Poco::SharedPtr<LastShare>(new LastShare(m_locator, wasFree)));
+    EXPECT_TRUE(m_locator.find(&typeid(int), entry));
+    EXPECT_TRUE(wasFree);
+    EXPECT_EQ(*Poco::AnyCast<Poco::SharedPtr<int>>(entry), 1);
 }
 
 TEST_F(ApplicationServicesTest, ThreadsRegisterFindAndUnregisterAtOnce)

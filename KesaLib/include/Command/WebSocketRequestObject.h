@@ -18,6 +18,10 @@ namespace Kesa::Command
 /// 1 and `updateLimit` one from 0, both up to MAX_MILLISECONDS, `authorization` a text, `autosubscribe` true or false
 /// and `data` an object; all but the first two may be absent. An invalid object is safe to read.
 ///
+/// A subscription keeps its message for as long as it lives, so a client's message is bounded: the event by
+/// MAX_EVENT_LENGTH, the whole by MAX_VALUES and MAX_TEXT. The whole of a data message has no bound, since nobody keeps
+/// it, nor has a request that is built in code.
+///
 /// Ownership: copies share the JSON until copyAndInitFromJsonObject gives an object its own.
 /// Errors:    no text and no JSON makes a constructor raise.
 /// Threads:   one object may be read by many threads at once.
@@ -45,6 +49,12 @@ public:
     static constexpr milliseconds DEFAULT_UPDATE_LIMIT = 100;
     /// The longest interval and update limit, about 24 days.
     static constexpr milliseconds MAX_MILLISECONDS = 2147483647;
+    /// The longest event of a client's message in bytes, about what HTTP servers take as a URL.
+    static constexpr std::size_t MAX_EVENT_LENGTH = 8192;
+    /// The most values in a client's message at all depths, and the most bytes of its names and texts together:
+    /// many times what a request needs, and less than half a megabyte that a subscription keeps, whatever was sent.
+    static constexpr std::size_t MAX_VALUES = 200;
+    static constexpr std::size_t MAX_TEXT = 16384;
 
     /// Decodes a client's text.
     explicit WebSocketRequestObject(const std::string& text);
@@ -100,7 +110,9 @@ protected:
 
 private:
     void parse(const std::string& text);
-    bool readMembers();
+    void readMessage(const Poco::JSON::Object::Ptr& object);
+    void readObject(const Poco::JSON::Object::Ptr& object, std::size_t longestEvent);
+    bool readMembers(std::size_t longestEvent);
     void parseEvent();
     bool readText(const JsonFieldName& field, std::string& text);
     bool readMilliseconds(const JsonFieldName& field, milliseconds smallest, Poco::Optional<long>& target);
