@@ -29,9 +29,8 @@ class IoLoop;
 /// Any state goes to Closed at once when the socket breaks. "Ended" is every state from Closing on: writes raise.
 ///
 /// Ownership: shared by the I/O loop, until it is closed, and by the proxies.
-/// Threads:   as grouped below. Only the I/O thread reads, registers and closes the socket; every use of the descriptor
-/// but
-///            for reading happens under the lock and with the state not Closed, so that nobody meets a reused one.
+/// Threads:   as grouped below. Only the I/O thread reads, registers and closes the socket. Every use of the descriptor
+///            but for reading happens under the lock and with the state not Closed, so that nobody meets a reused one.
 /// Locks:     m_mutex is a leaf: nothing is fired, logged or locked under it.
 class KESA_API Connection: public Channel, public std::enable_shared_from_this<Connection>, private FrameReader::Sink
 {

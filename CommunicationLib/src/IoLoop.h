@@ -29,9 +29,8 @@ class ConnectionQueue;
 /// Ownership: shares each connection until it is closed; borrows the two queues for its own lifetime.
 /// Threads:   run() on the I/O thread; the rest from any thread.
 /// Locks:     m_mutex is taken alone, never together with a connection's.
-/// Shutdown:  1. refuse(); 2. close the connections and waitUntilEmpty(), if their peers are to notice; 3. quit(); 4.
-/// join
-///            the thread.
+/// Shutdown:  1. refuse(); 2. close the connections and waitUntilEmpty(), if their peers are to notice; 3. quit();
+///            4. join the thread.
 class KESA_API IoLoop
 {
 public:

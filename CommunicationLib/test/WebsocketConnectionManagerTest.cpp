@@ -623,15 +623,15 @@ TEST_F(ConnectionManagerTest, AMessageIntoAnEmptyQueueIsTakenWhateverItsSize)
 
 TEST_F(ConnectionManagerTest, APingFloodOfAPeerThatDoesNotReadLeavesOnePongWaiting)
 {
-    WebsocketPeer peer = connect();
+    WebsocketPeer peer = connectSlow();
     std::string pings;
     std::size_t sent = 0;
-    for (; sent < 100000; ++sent)
+    for (; sent < 20000; ++sent)
         pings += WebsocketPeer::frame(0x9, std::to_string(sent) + std::string(100, '.'));
     peer.send(pings);
     std::size_t received = 0;
     std::string newest;
-    while (newest.compare(0, 6, "99999.") != 0)
+    while (newest.compare(0, 6, "19999.") != 0)
     {
         const auto pong = peer.receiveFrame();
         EXPECT_EQ(pong.opcode, 0xA);

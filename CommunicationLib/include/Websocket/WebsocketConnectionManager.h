@@ -21,15 +21,12 @@ class ConnectionServer;
 ///
 /// Ownership: shares each socket until its connection has ended, then closes it.
 /// Threads:   every public operation from any thread, but for stop(). DataReceived fires on the message thread, one
-/// message
-///            at a time and those of one connection in order; ConnectionClosed fires on the close thread. A handler may
-///            block: reading, answering pings and sending go on meanwhile.
+///            message at a time and those of one connection in order; ConnectionClosed fires on the close thread. A
+///            handler may block: reading, answering pings and sending go on meanwhile.
 /// Errors:    an exception that leaves a handler of DataReceived is logged and closes that connection with 1011; one
-/// that
-///            leaves a handler of ConnectionClosed is logged.
+///            that leaves a handler of ConnectionClosed is logged.
 /// Shutdown:  1. drain(), if clients are to be told in good order; 2. stop(), idempotent, joins the threads; the
-/// destructor
-///            does it too. Not from a handler.
+///            destructor does it too. Not from a handler.
 class KESA_API WebsocketConnectionManager
 {
 public:
