@@ -10,7 +10,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
+#include <future>
 #include <stdexcept>
 
 using namespace Kesa::Service;
@@ -328,6 +330,75 @@ TEST_F(SubscriptionEventFilterTest, AnExceptionSkipsTheRemainingListenersAndFree
     subscribe("/shop/orders");
     unsubscribe("/shop/orders");
     EXPECT_THAT(journal, ElementsAre("a+/shop/orders", "a-/shop/orders", "b+/shop/orders", "b-/shop/orders"));
+}
+
+/// Holds up a listener until it is told otherwise.
+class Barrier
+{
+public:
+    /// What the listener does.
+    void arrive()
+    {
+        m_arrived.set_value();
+        m_mayGoOn.get_future().wait();
+    }
+    void waitForArrival() { m_arrived.get_future().wait(); }
+    void open() { m_mayGoOn.set_value(); }
+
+private:
+    std::promise<void> m_arrived;
+    std::promise<void> m_mayGoOn;
+};
+
+bool isPending(const std::future<void>& action)
+{
+    return action.wait_for(std::chrono::milliseconds(20)) == std::future_status::timeout;
+}
+
+TEST_F(SubscriptionEventFilterTest, ChangesOfAdditionListenersWaitForARunningOne)
+{
+    Barrier barrier;
+    filter.registerEvent(ORDERS, a.additions());
+    a.whenCalled = [&] { barrier.arrive(); };
+    const std::future<void> subscribing = std::async(std::launch::async, [this] { subscribe("/shop/orders"); });
+    barrier.waitForArrival();
+    const std::future<void> registering =
+        std::async(std::launch::async, [this] { EXPECT_TRUE(filter.registerEvent(ORDERS, b.additions())); });
+    const std::future<void> removing =
+        std::async(std::launch::async, [this] { EXPECT_TRUE(filter.removeEvent(ORDERS, a.additions())); });
+    EXPECT_TRUE(isPending(registering));
+    EXPECT_TRUE(isPending(removing));
+    EXPECT_TRUE(filter.registerEvent(ORDERS, b.removals())) << "the other kind has a lock of its own";
+    barrier.open();
+}
+
+TEST_F(SubscriptionEventFilterTest, ChangesOfRemovalListenersWaitForARunningOne)
+{
+    Barrier barrier;
+    subscribe("/shop/orders");
+    filter.registerEvent(ORDERS, a.removals());
+    a.whenCalled = [&] { barrier.arrive(); };
+    const std::future<void> unsubscribing = std::async(std::launch::async, [this] { unsubscribe("/shop/orders"); });
+    barrier.waitForArrival();
+    const std::future<void> registering =
+        std::async(std::launch::async, [this] { EXPECT_TRUE(filter.registerEvent(ORDERS, b.removals())); });
+    EXPECT_TRUE(isPending(registering));
+    EXPECT_TRUE(filter.registerEvent(ORDERS, b.additions())) << "the other kind has a lock of its own";
+    barrier.open();
+}
+
+TEST_F(SubscriptionEventFilterTest, DisconnectWaitsForARunningListener)
+{
+    Barrier barrier;
+    filter.registerEvent(ORDERS, a.additions());
+    a.whenCalled = [&] { barrier.arrive(); };
+    const std::future<void> subscribing = std::async(std::launch::async, [this] { subscribe("/shop/orders"); });
+    barrier.waitForArrival();
+    const std::future<void> disconnecting = std::async(std::launch::async, [this] { filter.disconnect(manager); });
+    EXPECT_TRUE(isPending(disconnecting));
+    barrier.open();
+    disconnecting.wait();
+    filter.connect(manager);
 }
 
 TEST_F(SubscriptionEventFilterTest, AfterDisconnectNothingIsHeardAndTheListenersStay)
