@@ -79,7 +79,7 @@ void findServices(const Restaurant& restaurant)
     require(!ApplicationServices::getService<Kesa::Net::ClientConnectionManager>().isNull(), "access rules are found");
     require(!ApplicationServices::getService<Kesa::Net::WebsocketConnectionManager>().isNull(),
             "connections are found");
-    const auto trigger = ApplicationServices::getService<Kesa::Service::SubscriptionTrigger>();
+    auto trigger = ApplicationServices::getService<Kesa::Service::SubscriptionTrigger>();
     require(trigger.get() == restaurant.kitchen.get(), "the trigger is found and is ours");
     require(dynamic_cast<Kitchen*>(trigger.get()) != nullptr, "its dynamic type crosses the border");
 }
