@@ -768,6 +768,23 @@ TEST_F(ConnectionManagerTest, WritersNeverReachADescriptorThatIsReused)
     EXPECT_TRUE(waitForCloses(ROUNDS));
 }
 
+TEST_F(ConnectionManagerTest, NothingHoldsAConnectionThatHasEnded)
+{
+    for (const bool isOrderly: {true, false})
+    {
+        auto [peer, socket] = listener.connect();
+        manager->addConnection(socket);
+        peer.sendText("x");
+        waitForLoop(peer);
+        if (isOrderly)
+            peer.send(closeFrame(1000));
+        else
+            reset(peer);
+        peer.socket().close();
+        EXPECT_TRUE(eventually([&, ours = &socket] { return ours->referenceCount() == 1; }));
+    }
+}
+
 TEST_F(ConnectionManagerTest, ThousandConnectionsLeaveNothingBehind)
 {
     echo();
