@@ -8,6 +8,8 @@
 #include <SubscriptionHandling/ISubscriptionDelegateFactory.h>
 #include <Websocket/WebsocketEventPayload.h>
 
+#include <algorithm>
+
 namespace Kesa::Service
 {
 
@@ -26,6 +28,15 @@ void reply(const WebsocketDataEventPayload& eventPayload, const WebSocketRespons
 std::string addressOf(const WebsocketDataEventPayload& eventPayload)
 {
     return eventPayload.webSocketProxy.address().toString();
+}
+
+/// The client's text as one line of the log: a line break in it would begin a line of the client's own.
+std::string textOf(const WebsocketDataEventPayload& eventPayload)
+{
+    const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
+    std::string text = eventPayload.data;
+    std::replace_if(text.begin(), text.end(), isControl, ' ');
+    return text;
 }
 
 } // namespace
@@ -70,7 +81,7 @@ void WebSocketGenericRequestProcessor::webSocketRequestReceived(const WebsocketD
     }
     else
     {
-        KESA_LOG_INFO("Bad data received: " << addressOf(eventPayload) << eventPayload.data);
+        KESA_LOG_INFO("Bad data received: " << addressOf(eventPayload) << textOf(eventPayload));
         reply(eventPayload, WebSocketResponseObject(request, WebSocketResponseObject::badData, ""));
     }
 }
@@ -94,12 +105,12 @@ void WebSocketGenericRequestProcessor::handleUnsubscribe(const WebsocketDataEven
     req.setEvent(event);
     if (subscriptionHandler->removeSubscription(eventPayload.webSocketProxy, req) > 0)
     {
-        KESA_LOG_INFO("Subscription removed: " << addressOf(eventPayload) << eventPayload.data);
+        KESA_LOG_INFO("Subscription removed: " << addressOf(eventPayload) << textOf(eventPayload));
         reply(eventPayload, WebSocketResponseObject(req));
     }
     else
     {
-        KESA_LOG_INFO("Unable to remove subscription (not found): " << addressOf(eventPayload) << eventPayload.data);
+        KESA_LOG_INFO("Unable to remove subscription (not found): " << addressOf(eventPayload) << textOf(eventPayload));
         reply(eventPayload, WebSocketResponseObject(req, WebSocketResponseObject::unableToUnsubscribe, ""));
     }
 }
@@ -117,12 +128,12 @@ SubscriptionObject::Ptr WebSocketGenericRequestProcessor::subscribe(const Websoc
     const SubscriptionResult& result = subscription->result();
     if (result.isCanceled())
     {
-        KESA_LOG_INFO("Unable to add subscription: " << addressOf(eventPayload) << eventPayload.data);
+        KESA_LOG_INFO("Unable to add subscription: " << addressOf(eventPayload) << textOf(eventPayload));
         reply(eventPayload, WebSocketResponseObject(req, static_cast<Poco::UInt16>(result.getSubscriptionError()),
                                                     result.getErrorMsg()));
         return SubscriptionObject::Ptr();
     }
-    KESA_LOG_INFO("New subscription: " << addressOf(eventPayload) << " " << eventPayload.data);
+    KESA_LOG_INFO("New subscription: " << addressOf(eventPayload) << " " << textOf(eventPayload));
     subscription->registerDataSource(*delegateFactory->getSource());
     return subscription;
 }

@@ -161,6 +161,14 @@ TEST_F(WebSocketGenericRequestProcessorTest, EachMessageIsTraced)
     EXPECT_EQ(log.count(TRACE), log.entries().size()) << "text that is no request is not worth more";
 }
 
+TEST_F(WebSocketGenericRequestProcessorTest, LineBreaksOfAClientBeginNoLineInTheLog)
+{
+    CapturedLog log(INFO);
+    receive("{\n\"type\":\"dance\",\r\n\"event\":\"/shop\"}");
+    ASSERT_EQ(log.entries().size(), 1U);
+    EXPECT_TRUE(log.contains(INFO, "Bad data received: " + address() + "{ \"type\":\"dance\",  \"event\":\"/shop\"}"));
+}
+
 TEST_F(WebSocketGenericRequestProcessorTest, DataOfAClientIsRefusedAndHasNoEffect)
 {
     receive(requestText("subscribe", "/shop/orders/1"));
