@@ -232,6 +232,17 @@ TEST_F(OnChangeSubscriptionObjectTest, ANewChangeDropsWhatTheWorkerHasLoaded)
     EXPECT_EQ(delivered(), Amounts{2});
 }
 
+TEST_F(OnChangeSubscriptionObjectTest, WhatANewChangeHasDroppedIsNotSentWhenTheLimitHasPassed)
+{
+    subscribeAndReadFirst();
+    change(1);
+    attempt();
+    change(2);
+    clock.advance(100);
+    EXPECT_EQ(attempt(), SubscriptionObject::REMOVE_FROM_SCHEDULE);
+    EXPECT_EQ(delivered(), Amounts{2});
+}
+
 TEST_F(OnChangeSubscriptionObjectTest, AnAttemptWithoutAChangeWarnsAndLeavesTheQueue)
 {
     subscribeAndReadFirst();

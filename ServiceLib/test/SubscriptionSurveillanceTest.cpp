@@ -307,6 +307,9 @@ TEST_F(SubscriptionSurveillanceTest, TheLastOneMayLeaveInTheMomentOfATick)
     for (int i = 0; i < 2000; ++i)
     {
         surveillance.add(&subscription);
+        const auto leaves = std::chrono::steady_clock::now() + std::chrono::microseconds(i % 100);
+        while (std::chrono::steady_clock::now() < leaves) // a tick takes some time to begin
+            std::this_thread::yield();
         surveillance.remove(&subscription);
     }
     surveillance.add(&subscription);
