@@ -40,7 +40,8 @@ Poco::JSON::Object::Ptr parse(const std::string& text)
 /// POCO's pool keeps the threads that the deliveries used for a while, up to its own bound.
 long threadsOutsideThePool()
 {
-    return runningThreads() - Poco::ThreadPool::defaultPool().allocated();
+    const int ofThePool = Poco::ThreadPool::defaultPool().allocated(); // first, since the first call makes the pool
+    return runningThreads() - ofThePool;
 }
 
 /// The tiny service, hosted in this process.
