@@ -424,6 +424,26 @@ TEST_F(WatchdogTest, CountsAChangeThatIsSkippedAsUnchanged)
                      "SubscriptionSurveillance - high total time: 700 ms for /shop/orders/1(update limit: 100 ms)"));
 }
 
+TEST_F(WatchdogTest, AChangeThatASendHasMissedIsMeasuredFromThatSend)
+{
+    subscription.initialUpdate();
+    subscription.subscribedDataChanged(nullptr);
+    source.deliver(R"({"amount":1})");
+    source.onLoad(
+        [&]
+        {
+            source.onLoad(nullptr);
+            EXPECT_TRUE(runsElsewhere([&] { subscription.subscribedDataChanged(nullptr); }));
+            clock.advance(300);
+        });
+    EXPECT_EQ(subscription.tryToSendUpdate(), SubscriptionObject::KEEP_SCHEDULED);
+    source.deliver(R"({"amount":2})");
+    clock.advance(550);
+    const CapturedLog log;
+    EXPECT_EQ(subscription.tryToSendUpdate(), SubscriptionObject::REMOVE_FROM_SCHEDULE);
+    EXPECT_EQ(log.count(Message::PRIO_WARNING), 0U) << "550 ms and not 850 ms";
+}
+
 TEST_F(WatchdogTest, ALoadThatRaisesEndsItsChange)
 {
     subscription.initialUpdate();

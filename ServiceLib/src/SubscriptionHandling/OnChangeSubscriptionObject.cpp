@@ -164,7 +164,12 @@ SubscriptionObject::PostUpdateAction OnChangeSubscriptionObject::sendUpdate(cons
         if (!notification.isNull())
             sendIfNew(notification);
         if (missesAChange)
+        {
+            // The changes before it are served; the time of the one that was missed is measured from here.
+            WATCHDOG.update(this, SubscriptionSurveillance::FINISHED);
+            WATCHDOG.update(this, SubscriptionSurveillance::TRIGGERED);
             return KEEP_SCHEDULED;
+        }
     }
     WATCHDOG.update(this, SubscriptionSurveillance::FINISHED);
     m_hasPendingUpdate = false;
