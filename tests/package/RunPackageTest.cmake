@@ -8,7 +8,7 @@ function(run)
     set(output "${output}" PARENT_SCOPE)
 endfunction()
 
-file(REMOVE_RECURSE ${WORK}/installed ${WORK}/moved ${WORK}/build)
+file(REMOVE_RECURSE ${WORK}/installed ${WORK}/moved)
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/installed)
 file(RENAME ${WORK}/installed ${WORK}/moved)
 

@@ -81,7 +81,7 @@ void findServices(const Restaurant& restaurant)
             "connections are found");
     auto trigger = ApplicationServices::getService<Kesa::Service::SubscriptionTrigger>();
     require(trigger.get() == restaurant.kitchen.get(), "the trigger is found and is ours");
-    require(dynamic_cast<Kitchen*>(trigger.get()) != nullptr, "its dynamic type crosses the border");
+    require(!trigger.cast<Kitchen>().isNull(), "its dynamic type crosses the border");
 }
 
 void askOverHttp(Poco::UInt16 port)
