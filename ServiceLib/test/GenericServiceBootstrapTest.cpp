@@ -306,7 +306,8 @@ TEST_F(GenericServiceBootstrapTest, TheResultOfTheStopAfterAFailedStartIsIgnored
 
 TEST_F(GenericServiceBootstrapTest, AfterAFailedStartItCanBeStartedAfresh)
 {
-    static std::vector<Poco::ErrorHandler*> handlers; // each failed start gives up its handler
+    // Each failed start gives up its handler, so they are kept here for ever.
+    static std::vector<Poco::ErrorHandler*>& handlers = *new std::vector<Poco::ErrorHandler*>;
     service->whenStarting = [] { handlers.push_back(Poco::ErrorHandler::get()); };
     service->starts = false;
     EXPECT_FALSE(service->startup());

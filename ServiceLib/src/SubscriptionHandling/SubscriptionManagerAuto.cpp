@@ -33,6 +33,14 @@ bool canDerive(const SubscriptionObject& subscription)
     return subscription.getDataSource() && !subscription.isWithdrawn() && !subscription.getWebsocket()->hasEnded();
 }
 
+ISubscriptionDataSource& dataSourceOf(const SubscriptionObject& subscription)
+{
+    ISubscriptionDataSource* const dataSource = subscription.getDataSource();
+    if (!dataSource)
+        Poco::Bugcheck::nullPointer("data source of an auto-subscription", __FILE__, __LINE__);
+    return *dataSource;
+}
+
 /// A query's value as it stands in a URL: only what would end it or change it is encoded.
 std::string encodedValue(const std::string& value)
 {
@@ -100,12 +108,9 @@ WebSocketRequestObject unsubscribeRequest(const std::string& url)
 void SubscriptionManager::loadElementUris(const SubscriptionObject& subscriptionObject,
                                           std::vector<std::string>& current)
 {
-    ISubscriptionDataSource* const dataSource = subscriptionObject.getDataSource();
-    if (!dataSource)
-        Poco::Bugcheck::nullPointer("data source of an auto-subscription", __FILE__, __LINE__);
     WebSocketResponseObject resource(subscriptionObject);
     resource.setType(WebSocketRequestObject::TYPE_DATA);
-    dataSource->fetchData(subscriptionObject, resource);
+    dataSourceOf(subscriptionObject).fetchData(subscriptionObject, resource);
     const Poco::JSON::Array::Ptr elements = resource.getDataAsJsonArray();
     if (elements.isNull())
         return;
@@ -174,7 +179,7 @@ void SubscriptionManager::subscribeElement(const SubscriptionObject& subscriptio
                         .toJsonString());
         return;
     }
-    subscription->registerDataSource(*subscriptionObject.getDataSource());
+    subscription->registerDataSource(dataSourceOf(subscriptionObject));
     proxy.write(WebSocketResponseObject(request).toJsonString());
     subscription->initialUpdate();
 }
@@ -224,7 +229,7 @@ void SubscriptionManager::keepThoseOfPage(const SubscriptionObject& subscription
     std::vector<std::string> page;
     {
         OnChangeSubscriptionObject pageOfList(*subscriptionObject.getWebsocket(), request);
-        pageOfList.registerDataSource(*subscriptionObject.getDataSource());
+        pageOfList.registerDataSource(dataSourceOf(subscriptionObject));
         loadElementUris(pageOfList, page);
     }
     elements.erase(
