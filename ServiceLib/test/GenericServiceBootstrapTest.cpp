@@ -184,8 +184,9 @@ TEST_F(GenericServiceBootstrapTest, ItsConstructionIsTheOriginOfTime)
 
 TEST_F(GenericServiceBootstrapTest, TheDefaultConnectionManagerImposesNoRulesOfItsOwn)
 {
-    const ClientConnectionManager::Ptr clients = service->defaultClients();
-    EXPECT_EQ(typeid(*clients), typeid(ClientConnectionManager));
+    const ClientConnectionManager::Ptr made = service->defaultClients();
+    const ClientConnectionManager& clients = *made;
+    EXPECT_EQ(typeid(clients), typeid(ClientConnectionManager));
 }
 
 // Starting
