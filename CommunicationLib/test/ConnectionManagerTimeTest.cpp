@@ -3,8 +3,6 @@
 #include "LimitsAndTimes.h"
 #include "ServedConnections.h"
 
-#include <Time/Now.h>
-
 #include <Poco/Net/NetException.h>
 
 namespace
@@ -29,8 +27,6 @@ protected:
             waitForLoop(other);
         }
     }
-
-    Kesa::Util::TestClock clock;
 };
 
 TEST_F(ConnectionManagerTimeTest, ASilentPeerIsAsked)

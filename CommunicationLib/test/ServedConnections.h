@@ -2,6 +2,7 @@
 
 #include "UpgradingListener.h"
 
+#include <Time/Now.h>
 #include <Websocket/WebSocketProxy.h>
 #include <Websocket/WebsocketConnectionManager.h>
 
@@ -190,6 +191,9 @@ protected:
     static std::size_t threads() { return entries("/proc/self/task"); }
     /// The open descriptors of the process.
     static std::size_t descriptors() { return entries("/proc/self/fd"); }
+
+    // The clock stands still unless it is moved, so that no deadline passes on a machine that is slow.
+    Kesa::Util::TestClock clock;
 
     // Handlers use these until the manager has stopped, so they live as long as it.
     Gate entered, leave;

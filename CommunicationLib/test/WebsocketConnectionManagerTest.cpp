@@ -6,7 +6,6 @@
 #include "LimitsAndTimes.h"
 
 #include <CapturedLog.h>
-#include <Time/Now.h>
 
 #include <Poco/Exception.h>
 #include <Poco/Net/HTTPClientSession.h>
@@ -645,7 +644,6 @@ TEST_F(ConnectionManagerTest, NothingIsLostBetweenManyWritersAndAPeerThatReadsLa
 {
     constexpr int WRITERS = 3;
     constexpr int EACH = 1000;
-    const Kesa::Util::TestClock clock; // stands still, so that no deadline makes the loop look by chance
     WebsocketPeer peer = connectSlow();
     waitForLoop(peer);
     const Proxy target = proxy();
