@@ -147,6 +147,9 @@ private:
         Poco::AutoPtr<Poco::Channel> m_behind;
     };
 
+    /// Installs the switch while the program starts: POCO's logger does not guard its channel against threads that log.
+    static inline const bool m_isInstalled = (Switch::installed(), true);
+
     void add(const Poco::Message& message)
     {
         std::lock_guard lock(m_mutex);
