@@ -644,6 +644,6 @@ INSTANTIATE_TEST_SUITE_P(Urls, ComparerTest,
                          testing::Values(UrlRow{"Root", "/", true}, UrlRow{"Service", "/shop", true},
                                          UrlRow{"Resource", "/shop/orders", true},
                                          UrlRow{"Element", "/shop/orders/1", false},
-                                         UrlRow{"Specification", "/shop/$spec", false},
+                                         UrlRow{"SpecKey", "/shop/$spec", false},
                                          UrlRow{"TooDeep", "/shop/orders/1/2", false}),
                          [](const auto& row) { return row.param.name; });
