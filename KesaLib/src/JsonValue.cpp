@@ -31,7 +31,7 @@ JsonValue& JsonValue::operator=(const JsonValue& other)
 
 JsonValue::~JsonValue() = default;
 
-Poco::Dynamic::Var JsonValue::toJSON(int /*expandLevel*/) const
+GenericValue JsonValue::asGeneric() const
 {
     return separated(get());
 }

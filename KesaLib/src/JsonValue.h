@@ -8,7 +8,7 @@ namespace Kesa::Data
 {
 
 /// A value as it came from JSON: an object, an array or null. Shares no part with others: what it takes in and what it
-/// hands out are copies.
+/// gives out as generic value or JSON are copies.
 class JsonValue: public AttributeValue<Poco::Dynamic::Var, AttributeValueBase>
 {
 public:
@@ -17,7 +17,7 @@ public:
     JsonValue& operator=(const JsonValue& other);
     ~JsonValue() override;
 
-    Poco::Dynamic::Var toJSON(int expandLevel) const override;
+    GenericValue asGeneric() const override;
     bool isArray() const override;
 };
 

@@ -537,6 +537,17 @@ TEST(ServiceRegistryAbstractionTest, SessionOfTheCallersIsUsedAsItIs)
     EXPECT_EQ(registry.connections(), 1);
 }
 
+TEST(ServiceRegistryConnectionTest, ConnectsToTheRegistry)
+{
+    {
+        const ClosedRegistryPort port;
+        EXPECT_THROW(Kesa::ServiceRegistryConnection::connect(), Poco::Net::ConnectionRefusedException);
+    }
+    FakeRegistry registry(always(FakeRegistry::answer("200 OK")));
+    const auto socket = Kesa::ServiceRegistryConnection::connect();
+    EXPECT_EQ(socket->peerAddress().toString(), "127.0.0.1:8910");
+}
+
 TEST(ServiceRegistryAbstractionTest, ThreadsDoNotDisturbEachOther)
 {
     FakeRegistry registry(always(created("/" + FIRST_ID)));
@@ -571,24 +582,54 @@ void expectAllFail(const std::string& reason)
                                            "Exception occured while reading service list: " + reason));
 }
 
-/// The same under a clock that runs a hundred times as fast, so that 30 seconds pass.
+/// A clock that runs a hundred times as fast.
+class FastClock
+{
+public:
+    FastClock(): m_ticker([this] { tick(); }) {}
+    ~FastClock()
+    {
+        m_isEnding = true;
+        m_ticker.join();
+    }
+
+private:
+    void tick()
+    {
+        while (!m_isEnding)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            m_clock.advance(1000);
+        }
+    }
+
+    Kesa::Util::TestClock m_clock;
+    std::atomic<bool> m_isEnding = false;
+    std::thread m_ticker;
+};
+
+const std::string TOO_LATE = "Timeout: the service registry did not complete an exchange within 30 seconds";
+
 void expectAllTimeOut(const Answer& answer)
 {
     FakeRegistry registry(always(answer));
-    Kesa::Util::TestClock clock;
-    std::atomic<bool> done = false;
-    std::thread ticker(
-        [&]
-        {
-            while (!done)
-            {
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-                clock.advance(1000);
-            }
-        });
-    expectAllFail("Timeout: the service registry did not complete an exchange within 30 seconds");
-    done = true;
-    ticker.join();
+    const FastClock clock;
+    expectAllFail(TOO_LATE);
+}
+
+TEST(HostileRegistryTest, OneThatDoesNotReadIsGivenUp)
+{
+    Poco::Net::ServerSocket nobodyAccepts;
+    ClosedRegistryPort::bindRegistryPort(nobodyAccepts);
+    nobodyAccepts.listen(8);
+    MicroServiceInfo entry = entryOf("shop");
+    const std::string text(32 * 1024 * 1024, 'x'); // more than the buffers of the system take
+    entry.setAttribute(new Kesa::Data::Attribute<Kesa::Data::AttributeValueStringable<std::string>>(
+        0, "text", Kesa::Data::AttributeValueStringable<std::string>(text)));
+    const FastClock clock;
+    CapturedLog log;
+    EXPECT_FALSE(ServiceRegistryAbstraction::registerService(entry));
+    EXPECT_THAT(errorsOf(log), ElementsAre("Exception occured while getting service list: " + TOO_LATE));
 }
 
 TEST(HostileRegistryTest, OneThatNeverAnswersIsGivenUp)
