@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -122,11 +123,13 @@ private:
             if (!m_socket.poll(Poco::Timespan(0, 20000), Poco::Net::Socket::SELECT_READ))
                 continue;
             ++m_connections;
-            m_workers.emplace_back([this, connection = m_socket.acceptConnection()] { serve(connection); });
+            auto connection = std::make_unique<Poco::Net::StreamSocket>(m_socket.acceptConnection());
+            // From here on the worker alone holds the socket, and so closes it.
+            m_workers.emplace_back([this, held = std::move(connection)] { serve(*held); });
         }
     }
 
-    void serve(Poco::Net::StreamSocket connection)
+    void serve(Poco::Net::StreamSocket& connection)
     {
         try
         {

@@ -292,6 +292,63 @@ protected:
         EXPECT_EQ(requestsFor("slow199"), 0U);
     }
 
+    /// Ten seconds in: the registry answers, and entries that are gone are told once for each time they were added.
+    void expectEntriesAreFollowed(Watched& main)
+    {
+        ASSERT_TRUE(main.waitForGone(3, 20s));
+        expectStatus(main.status().at(0), SRServiceMonitor::REACHABLE, 10);
+        EXPECT_THAT(main.gone(), ElementsAre("lost1", "lost2", "lost2"));
+        for (const char* id: {"present", "lost1", "moved", "elsewhere"})
+            EXPECT_EQ(requestsFor(id), 1U) << id;
+        EXPECT_EQ(requestsFor("lost2"), 2U);
+        EXPECT_TRUE(m_log.contains(Message::PRIO_INFORMATION, "SRServiceMonitor::checkServiceEntries Service with id "
+                                                              "lost1 not found in service registry."));
+        EXPECT_TRUE(m_log.contains(Message::PRIO_TRACE,
+                                   "SRServiceMonitor::checkServiceEntries Remove id lost1 from SRMonitor."));
+        EXPECT_TRUE(m_log.contains(Message::PRIO_TRACE,
+                                   "SRServiceMonitor::checkServiceEntries Service check for moved result: 302"));
+    }
+
+    /// Twenty seconds in: three failures are silent, and the next success is told again.
+    void expectShortOutageIsSilent(Watched& main)
+    {
+        m_script.failuresLeft = 3;
+        for (const char* id: {"lost3", "cut", "behind"})
+            main.monitor().addUUID(id);
+        ASSERT_TRUE(main.waitForStatus(2, 20s));
+        expectStatus(main.status().at(1), SRServiceMonitor::REACHABLE, 21.5);
+    }
+
+    /// A connection that is cut ends the walk: what was found gone before is not told, what was under test stays.
+    void expectCutEndsTheWalk(Watched& main)
+    {
+        ASSERT_TRUE(waitFor([&] { return m_errors.count == 1; }, 20s));
+        EXPECT_EQ(requestsFor("anew"), 1U) << "a listener may add an id";
+        EXPECT_EQ(requestsFor("moved"), 1U) << "a listener may remove an id";
+        EXPECT_EQ(requestsFor("present"), 2U);
+        EXPECT_EQ(requestsFor("lost1"), 1U) << "what is gone is not watched any more";
+        EXPECT_EQ(requestsFor("cut"), 1U);
+        EXPECT_EQ(requestsFor("behind"), 0U);
+        EXPECT_EQ(main.gone().size(), 3U);
+        m_log.clear();
+        main.monitor().removeUUID("lost3");
+        EXPECT_EQ(m_log.count(Message::PRIO_TRACE), 0U);
+        main.monitor().removeUUID("cut");
+        EXPECT_EQ(m_log.count(Message::PRIO_TRACE), 1U);
+    }
+
+    /// Thirty seconds in: two failures more are five in all, since a success in between does not forget the first
+    /// three.
+    void expectFailuresAddUp(Watched& main)
+    {
+        m_script.failuresLeft = 2;
+        ASSERT_TRUE(main.waitForStatus(3, 20s));
+        expectStatus(main.status().at(2), SRServiceMonitor::UNREACHABLE, 32);
+        main.end();
+        for (const std::string& request: m_registry.requests())
+            EXPECT_EQ(request, headOf(request.substr(6, request.find(' ', 5) - 6)));
+    }
+
     Script m_script;
     FakeRegistry m_registry;
     CapturedLog m_log;
@@ -317,57 +374,16 @@ TEST_F(LongWatchTest, EntriesAndRegistryAreFollowed)
     };
     std::future<void> hangingEnds = endWhileTheRegistryHangs(hanging);
 
-    // The registry answers from the start; the entries that are gone are told once for each time they were added.
-    ASSERT_TRUE(main.waitForGone(3, 20s));
-    expectStatus(main.status().at(0), SRServiceMonitor::REACHABLE, 10);
-    EXPECT_THAT(main.gone(), ElementsAre("lost1", "lost2", "lost2"));
-    for (const char* id: {"present", "lost1", "moved", "elsewhere"})
-        EXPECT_EQ(requestsFor(id), 1U) << id;
-    EXPECT_EQ(requestsFor("lost2"), 2U);
-    EXPECT_TRUE(m_log.contains(Message::PRIO_INFORMATION, "SRServiceMonitor::checkServiceEntries Service with id lost1 "
-                                                          "not found in service registry."));
-    EXPECT_TRUE(
-        m_log.contains(Message::PRIO_TRACE, "SRServiceMonitor::checkServiceEntries Remove id lost1 from SRMonitor."));
-    EXPECT_TRUE(m_log.contains(Message::PRIO_TRACE,
-                               "SRServiceMonitor::checkServiceEntries Service check for moved result: 302"));
+    ASSERT_NO_FATAL_FAILURE(expectEntriesAreFollowed(main));
     endDuringAWalk(walking);
-    ASSERT_TRUE(quiet.waitForStatus(1, 20s));
+    EXPECT_TRUE(quiet.waitForStatus(1, 20s));
     EXPECT_TRUE(quiet.gone().empty());
     quiet.end();
-
-    // Three failures are silent, and the next success is told again. A connection that is cut ends the walk: what was
-    // found gone before it is not told, and what was under test stays.
-    m_script.failuresLeft = 3;
-    main.monitor().addUUID("lost3");
-    main.monitor().addUUID("cut");
-    main.monitor().addUUID("behind");
-    ASSERT_TRUE(main.waitForStatus(2, 20s));
-    expectStatus(main.status().at(1), SRServiceMonitor::REACHABLE, 21.5);
-    ASSERT_TRUE(waitFor([&] { return m_errors.count == 1; }, 20s));
-    EXPECT_EQ(requestsFor("anew"), 1U) << "a listener may add an id";
-    EXPECT_EQ(requestsFor("moved"), 1U) << "a listener may remove an id";
-    EXPECT_EQ(requestsFor("present"), 2U);
-    EXPECT_EQ(requestsFor("lost1"), 1U) << "what is gone is not watched any more";
-    EXPECT_EQ(requestsFor("cut"), 1U);
-    EXPECT_EQ(requestsFor("behind"), 0U);
-    m_log.clear();
-    main.monitor().removeUUID("lost3");
-    EXPECT_EQ(m_log.count(Message::PRIO_TRACE), 0U);
-    main.monitor().removeUUID("cut");
-    EXPECT_EQ(m_log.count(Message::PRIO_TRACE), 1U);
-    EXPECT_EQ(main.gone().size(), 3U);
-
-    // The monitor whose check of the registry was running has ended by now, without an event.
-    EXPECT_EQ(hangingEnds.wait_for(10s), std::future_status::ready);
+    ASSERT_NO_FATAL_FAILURE(expectShortOutageIsSilent(main));
+    ASSERT_NO_FATAL_FAILURE(expectCutEndsTheWalk(main));
+    EXPECT_EQ(hangingEnds.wait_for(10s), std::future_status::ready) << "its destructor waited for ever";
     EXPECT_TRUE(hanging.status().empty());
-
-    // Two failures more are five in all: a success in between does not forget the first three.
-    m_script.failuresLeft = 2;
-    ASSERT_TRUE(main.waitForStatus(3, 20s));
-    expectStatus(main.status().at(2), SRServiceMonitor::UNREACHABLE, 32);
-    main.end();
-    for (const std::string& request: m_registry.requests())
-        EXPECT_EQ(request, headOf(request.substr(6, request.find(' ', 5) - 6)));
+    ASSERT_NO_FATAL_FAILURE(expectFailuresAddUp(main));
 }
 
 } // namespace
