@@ -141,7 +141,8 @@ TEST(AttributeValueTest, OperatorsFollowTheValue)
     EXPECT_TRUE(small == AttributeValuePlain<long>(1));
     EXPECT_TRUE(small == 1L);
     EXPECT_FALSE(small == large);
-    const std::string& text = Text("abc");
+    const Text value("abc");
+    const std::string& text = value;
     EXPECT_EQ(text, "abc");
 }
 
