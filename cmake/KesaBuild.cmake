@@ -43,10 +43,11 @@ function(kesa_library target output)
         FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kesa)
 endfunction()
 
-# kesa_test(<target> SOURCES <files> LIBRARIES <targets> [LABELS <labels>] [TIMEOUT <seconds>])
-# A GoogleTest program whose cases are discovered one by one.
+# kesa_test(<target> SOURCES <files> LIBRARIES <targets> [LABELS <labels>] [TIMEOUT <seconds>]
+#           [RESOURCE_LOCK <name>])
+# A GoogleTest program whose cases are discovered one by one. Cases with the same lock do not run at the same time.
 function(kesa_test target)
-    cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+    cmake_parse_arguments(arg "" "TIMEOUT;RESOURCE_LOCK" "SOURCES;LIBRARIES;LABELS" ${ARGN})
     add_executable(${target} ${arg_SOURCES})
     kesa_warnings(${target})
     target_link_libraries(${target} PRIVATE ${arg_LIBRARIES} KesaTestSupport GTest::gmock GTest::gtest_main)
@@ -54,5 +55,6 @@ function(kesa_test target)
         set(arg_TIMEOUT 120)
     endif()
     include(GoogleTest)
-    gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES
+        TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}" RESOURCE_LOCK "${arg_RESOURCE_LOCK}")
 endfunction()

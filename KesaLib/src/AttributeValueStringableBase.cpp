@@ -1,0 +1,8 @@
+#include "Data/AttributeValueStringableBase.h"
+
+namespace Kesa::Data
+{
+
+AttributeValueStringableBase::~AttributeValueStringableBase() = default;
+
+} // namespace Kesa::Data

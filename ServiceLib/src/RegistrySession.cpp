@@ -1,0 +1,109 @@
+#include "RegistrySession.h"
+
+#include "Data/ServiceRegistryConnection.h"
+
+#include <Time/Now.h>
+
+#include <Poco/Exception.h>
+#include <Poco/Net/StreamSocketImpl.h>
+
+#include <algorithm>
+
+namespace Kesa::Service
+{
+
+namespace
+{
+/// A stream socket that waits no longer than until the deadline.
+class DeadlineSocket: public Poco::Net::StreamSocketImpl
+{
+public:
+    explicit DeadlineSocket(const ExchangeDeadline::Ptr& deadline): m_deadline(deadline) {}
+
+    using Poco::Net::StreamSocketImpl::receiveBytes;
+    using Poco::Net::StreamSocketImpl::sendBytes;
+
+    int receiveBytes(void* buffer, int length, int flags) override
+    {
+        wait(SELECT_READ);
+        return Poco::Net::StreamSocketImpl::receiveBytes(buffer, length, flags);
+    }
+
+    int sendBytes(const void* buffer, int length, int flags) override
+    {
+        const char* bytes = static_cast<const char*>(buffer);
+        int sent = 0;
+        while (sent < length)
+        {
+            wait(SELECT_WRITE);
+            // Only what fits now: a send that blocks would know nothing of the deadline.
+            sent += std::max(0, SocketImpl::sendBytes(bytes + sent, length - sent, flags | MSG_DONTWAIT));
+        }
+        return sent;
+    }
+
+protected:
+    ~DeadlineSocket() override = default;
+
+private:
+    /// Waits in slices, so that the clock of the libraries decides and not that of the system.
+    void wait(int mode)
+    {
+        const Poco::Timespan slice(0, 100000);
+        while (!poll(std::min(m_deadline->remaining(), slice), mode))
+        {
+        }
+    }
+
+    ExchangeDeadline::Ptr m_deadline;
+};
+} // namespace
+
+ExchangeDeadline::ExchangeDeadline(int seconds): m_seconds(seconds)
+{
+    restart();
+}
+
+void ExchangeDeadline::restart()
+{
+    m_end = Util::now() + Poco::Clock::ClockDiff(m_seconds) * Poco::Clock::resolution();
+}
+
+Poco::Timespan ExchangeDeadline::remaining() const
+{
+    const Poco::Clock::ClockDiff left = m_end - Util::now();
+    if (left <= 0)
+        throw Poco::TimeoutException("the service registry did not complete an exchange within " +
+                                     std::to_string(m_seconds) + " seconds");
+    return Poco::Timespan(left);
+}
+
+RegistrySession::RegistrySession(int seconds)
+    : HTTPClientSession(ServiceRegistryConnection::ADDRESS, ServiceRegistryConnection::PORT),
+      m_deadline(new ExchangeDeadline(seconds))
+{
+}
+
+std::ostream& RegistrySession::sendRequest(Poco::Net::HTTPRequest& request)
+{
+    m_deadline->restart();
+    return HTTPClientSession::sendRequest(request);
+}
+
+bool RegistrySession::connected()
+{
+    if (!HTTPClientSession::connected())
+        return false;
+    // Between two exchanges nothing is due, so what can be read is the end of the connection.
+    return !socket().poll(Poco::Timespan(0), Poco::Net::Socket::SELECT_READ);
+}
+
+void RegistrySession::connect(const Poco::Net::SocketAddress& address)
+{
+    Poco::Net::StreamSocket connection(new DeadlineSocket(m_deadline));
+    connection.connect(address, m_deadline->remaining());
+    connection.setNoDelay(true);
+    attachSocket(connection);
+}
+
+} // namespace Kesa::Service
