@@ -48,6 +48,9 @@ public:
         /// Origins of web pages that may open a websocket, as browsers send them ("https://app.example:8443"); "*"
         /// allows all. Pages from this host or from the loopback address always may.
         std::vector<std::string> allowedOrigins;
+        /// The versions of the service's API, each as "1.2.3". HTTP clients that ask for another one in their `Accept`
+        /// header are refused.
+        std::vector<std::string> apiVersions;
         std::size_t maxConnections = 0;           ///< HTTP connections at once; 0: FrontDoor::DEFAULT_CONNECTIONS
         std::size_t maxConnectionsPerAddress = 0; ///< of one client; 0: FrontDoor::DEFAULT_PER_ADDRESS
         unsigned threads = 0;                     ///< HTTP requests handled at once; 0: FrontDoor::DEFAULT_THREADS

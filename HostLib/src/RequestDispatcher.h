@@ -16,7 +16,10 @@ namespace Kesa::Host
 class KESA_API RequestDispatcher
 {
 public:
-    explicit RequestDispatcher(std::vector<std::string> allowedOrigins): m_allowedOrigins(std::move(allowedOrigins)) {}
+    RequestDispatcher(std::vector<std::string> allowedOrigins, const RestHandler::Options& rest)
+        : m_allowedOrigins(std::move(allowedOrigins)), m_rest(rest)
+    {
+    }
 
     void handle(Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response) const;
 
@@ -24,7 +27,7 @@ private:
     void upgrade(Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response) const;
 
     const std::vector<std::string> m_allowedOrigins;
-    const RestHandler m_rest{};
+    const RestHandler m_rest;
 };
 
 } // namespace Kesa::Host

@@ -52,6 +52,14 @@ FrontDoor::Options doorOptions(const ServiceHost::Options& options)
     return door;
 }
 
+RestHandler::Options restOptions(const ServiceHost::Options& options)
+{
+    RestHandler::Options rest;
+    rest.apiVersions = options.apiVersions;
+    rest.bodyWaiters = options.threads == 1 ? 1 : options.threads / 2;
+    return rest;
+}
+
 int createEvent()
 {
     const int descriptor = ::eventfd(0, EFD_CLOEXEC);
@@ -86,7 +94,7 @@ void ServiceHost::start()
         throw Poco::IllegalStateException("The service host is started already");
     std::signal(SIGPIPE, SIG_IGN);
     raiseDescriptorLimit();
-    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins);
+    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins, restOptions(m_options));
     auto door = std::make_unique<FrontDoor>(
         [dispatcher](Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response)
         { dispatcher->handle(request, response); },
