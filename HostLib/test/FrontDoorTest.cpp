@@ -573,9 +573,9 @@ TEST_F(FrontDoorTest, AddsThreadsWhileHandlersWaitUpToItsBound)
     last.get("/a");
     EXPECT_EQ(last.receive().body, "/a");
     last.get("/wait");
+    EXPECT_TRUE(eventually([this] { return handled == 13; })) << "with that one, all threads wait";
     TestClient late = connect();
     late.get("/a");
-    EXPECT_TRUE(eventually([this] { return handled == 13; }));
     blocker.set();
     EXPECT_EQ(late.receive().body, "/a");
     EXPECT_EQ(runningThreads() - threads, 12 + 1) << "handlers, and the one that holds the connections";
