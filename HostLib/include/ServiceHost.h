@@ -5,9 +5,16 @@
 #include <Poco/Types.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
+
+namespace Poco::Net
+{
+class HTTPServerRequest;
+class HTTPServerResponse;
+} // namespace Poco::Net
 
 namespace Kesa::Service
 {
@@ -51,6 +58,10 @@ public:
         std::size_t maxConnections = 0;           ///< HTTP connections at once; 0: FrontDoor::DEFAULT_CONNECTIONS
         std::size_t maxConnectionsPerAddress = 0; ///< of one client; 0: FrontDoor::DEFAULT_PER_ADDRESS
         unsigned threads = 0;                     ///< HTTP requests handled at once; 0: FrontDoor::DEFAULT_THREADS
+        /// For URLs beside those of the service's data: asked first about every request that asks for no websocket, on
+        /// several threads at once. True when it has sent the answer; false, with nothing read or sent, leaves the
+        /// request to the host.
+        std::function<bool(Poco::Net::HTTPServerRequest&, Poco::Net::HTTPServerResponse&)> handleFirst;
     };
 
     ServiceHost(Kesa::Service::GenericServiceBootstrap& bootstrap, const Options& options);
