@@ -5,10 +5,17 @@
 #include <Poco/Types.h>
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
+
+namespace Poco::Net
+{
+class HTTPServerRequest;
+class HTTPServerResponse;
+} // namespace Poco::Net
 
 namespace Kesa::Service
 {
@@ -68,6 +75,11 @@ public:
         /// all addresses, the loopback address 127.0.0.1, since the registry is on this machine.
         std::string advertisedHost;
         std::map<std::string, Poco::UInt16> ports; ///< further ports of the service, by name
+
+        /// For URLs beside those of the service's data: asked first about every request that asks for no websocket, on
+        /// several threads at once. True when it has sent the answer; false, with nothing read or sent, leaves the
+        /// request to the host.
+        std::function<bool(Poco::Net::HTTPServerRequest&, Poco::Net::HTTPServerResponse&)> handleFirst;
     };
 
     ServiceHost(Kesa::Service::GenericServiceBootstrap& bootstrap, const Options& options);

@@ -96,7 +96,7 @@ void ServiceHost::start()
         throw Poco::IllegalStateException("The service host is started already");
     std::signal(SIGPIPE, SIG_IGN);
     raiseDescriptorLimit();
-    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins);
+    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins, m_options.handleFirst);
     auto door = std::make_unique<FrontDoor>(
         [dispatcher](Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response)
         { dispatcher->handle(request, response); },
