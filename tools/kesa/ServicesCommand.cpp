@@ -15,11 +15,16 @@ namespace
 
 using Entry = ServiceDirectory::Entry;
 
-/// The columns of one line, with nothing that a terminal would obey.
+/// The text with nothing in it that a terminal would obey.
+std::string printable(const std::string& text)
+{
+    const std::string compact = MessagePrinter::compact(text);
+    return compact.front() == '"' ? compact.substr(1, compact.size() - 2) : compact;
+}
+
 std::vector<std::string> columnsOf(const Entry& entry)
 {
-    return {MessagePrinter::compact(entry.name), MessagePrinter::compact(entry.address),
-            MessagePrinter::compact(entry.id)};
+    return {printable(entry.name), printable(entry.address), printable(entry.id)};
 }
 
 std::string join(const std::vector<std::string>& columns, const std::vector<std::size_t>& widths)
@@ -73,11 +78,11 @@ bool listServices(const ServiceUrl& registry, bool json, LineOutput& output, std
     return true;
 }
 
-std::vector<std::string> ServiceChanges::next(const Poco::Dynamic::Var& data)
+std::vector<std::string> ServiceChanges::next(const Poco::JSON::Object& message)
 {
     std::map<std::string, std::string> rows;
     std::vector<std::string> lines;
-    for (const Entry& entry: ServiceDirectory::entriesOf(data))
+    for (const Entry& entry: ServiceDirectory::entriesOf(message.get("data")))
     {
         rows[entry.id] = join(columnsOf(entry), {16, 21, 0}); // wide enough for most, since later lines are unknown
         if (m_rows.count(entry.id) == 0)
@@ -86,6 +91,9 @@ std::vector<std::string> ServiceChanges::next(const Poco::Dynamic::Var& data)
     for (const auto& [id, row]: m_rows)
         if (rows.count(id) == 0)
             lines.push_back("- " + row);
+    if (const Poco::JSON::Object::Ptr paging = message.getObject("paging"))
+        lines.push_back("these are the first " + std::to_string(rows.size()) + " of " +
+                        MessagePrinter::compact(paging->get("total")) + " services");
     m_rows.swap(rows);
     return lines;
 }

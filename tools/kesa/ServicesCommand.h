@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Poco/Dynamic/Var.h>
+#include <Poco/JSON/Object.h>
 
 #include <map>
 #include <ostream>
@@ -25,8 +25,9 @@ bool listServices(const ServiceUrl& registry, bool json, LineOutput& output, std
 class ServiceChanges
 {
 public:
-    /// The lines for the next state, an array as the registry sends it; none where nothing came or went.
-    std::vector<std::string> next(const Poco::Dynamic::Var& data);
+    /// The lines for the next state, a notification of the list; none where nothing came or went. A registry sends no
+    /// more than a page of a very long list; a line then says so.
+    std::vector<std::string> next(const Poco::JSON::Object& message);
 
 private:
     std::map<std::string, std::string> m_rows; ///< the last state: what stands in a line, by id

@@ -202,9 +202,8 @@ void WatchCommand::handleNotification(const Poco::JSON::Object& message, const s
     ++m_received;
     if (m_options.json)
         return;
-    const Poco::Dynamic::Var data = message.get("data");
     const std::vector<std::string> lines =
-        m_describe ? m_describe(event, data) : std::vector<std::string>{m_printer.notification(event, data)};
+        m_describe ? m_describe(message) : std::vector{m_printer.notification(event, message.get("data"))};
     for (const std::string& line: lines)
         m_output.write(MessagePrinter::timeOfDay() + "  " + line);
 }

@@ -42,8 +42,8 @@ public:
         bool autosubscribe = false;
     };
 
-    /// The lines for a notification of `data`, without the time, in the form for people.
-    typedef std::function<std::vector<std::string>(const std::string& event, const Poco::Dynamic::Var& data)> Describe;
+    /// The lines for a notification, without the time, in the form for people.
+    typedef std::function<std::vector<std::string>(const Poco::JSON::Object& message)> Describe;
 
     /// `output` takes what was received, `errors` what went wrong; both are borrowed. A URL given twice is followed
     /// once. Without `describe` a MessagePrinter tells what is new.

@@ -93,7 +93,7 @@ int watchServices(const CommandLine& line, LineOutput& output)
 {
     ServiceChanges changes;
     return watchUrls({ServiceDirectory(ServiceUrl(line.registry)).resolve("registry/services")}, line.watch, output,
-                     [&](const std::string&, const Poco::Dynamic::Var& data) { return changes.next(data); });
+                     [&](const Poco::JSON::Object& message) { return changes.next(message); });
 }
 
 std::vector<ServiceUrl> resolve(const CommandLine& line)
