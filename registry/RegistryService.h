@@ -1,6 +1,7 @@
 #pragma once
 
 #include "EntryStore.h"
+#include "LivenessChecker.h"
 #include "RegistryTrigger.h"
 
 #include <GenericServiceBootstrap.h>
@@ -12,15 +13,15 @@
 namespace Kesa::Registry
 {
 
-/// The registry: its entries, kept over a restart if it has a file, and told to those who follow them.
+/// The registry: its entries, kept over a restart if it has a file, told to those who follow them, and removed when
+/// their services no longer answer.
 ///
 /// Ownership: owns all its parts.
 /// Threads:   startup() and shutdown() from one thread at a time; add(), remove() and entries() from any, between them.
-/// Errors:    the constructor raises Poco::Exception when the file cannot be used.
 class RegistryService: public Kesa::Service::GenericServiceBootstrap
 {
 public:
-    explicit RegistryService(std::unique_ptr<EntryStore> store);
+    explicit RegistryService(std::unique_ptr<EntryStore> store, const LivenessChecker::Options& checks = {});
     ~RegistryService() override;
 
     /// Adds an entry and tells those who follow.
@@ -36,8 +37,12 @@ protected:
     bool shutdownImpl() override;
 
 private:
+    void removeDead(const std::vector<std::string>& ids);
+
     const std::unique_ptr<EntryStore> m_store;
     RegistryTrigger::Ptr m_trigger;
+    const LivenessChecker::Options m_checks;
+    std::unique_ptr<LivenessChecker> m_checker; ///< null while the service is stopped
 };
 
 } // namespace Kesa::Registry
