@@ -27,24 +27,6 @@ AttributeBase::Ptr textAttribute(const MicroServiceInfo& entry, const std::strin
     return makeAttribute(entry, name, AttributeValueStringable<std::string>(text));
 }
 
-/// The attribute that a member of a JSON object becomes.
-AttributeBase::Ptr attributeOf(const MicroServiceInfo& entry, const std::string& name, const Var& value)
-{
-    if (value.isEmpty() || Command::asObject(value) || Command::asArray(value))
-        return makeAttribute(entry, name, JsonValue(value));
-    if (value.isString())
-        return textAttribute(entry, name, value.convert<std::string>());
-    if (value.isBoolean())
-        return makeAttribute(entry, name, AttributeValuePlain<bool>(value.convert<bool>()));
-    if (value.isInteger() && !value.isSigned() && value.convert<Poco::UInt64>() > std::numeric_limits<long>::max())
-        return makeAttribute(entry, name, AttributeValuePlain<unsigned long>(value.convert<Poco::UInt64>()));
-    if (value.isInteger())
-        return makeAttribute(entry, name, AttributeValuePlain<long>(value.convert<Poco::Int64>()));
-    if (value.isNumeric())
-        return makeAttribute(entry, name, AttributeValuePlain<double>(value.convert<double>()));
-    return makeAttribute(entry, name, JsonValue(value));
-}
-
 bool isPort(const Var& value)
 {
     const unsigned long largest = std::numeric_limits<Poco::UInt16>::max();
@@ -107,7 +89,7 @@ void setMember(MicroServiceInfo& entry, const std::string& name, const Var& valu
     else if (name == XObjectBase::KEY_URI)
         entry.setUri(value.convert<std::string>());
     else
-        entry.setAttribute(attributeOf(entry, name, value));
+        entry.setAttribute(attributeOf(entry.getXObjectId(), name, value));
 }
 
 /// The JSON of an attribute, empty if there is none.
