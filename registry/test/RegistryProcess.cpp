@@ -12,13 +12,13 @@
 namespace Kesa::Registry::Test
 {
 
-RegistryProcess::RegistryProcess(const std::vector<std::string>& arguments)
+RegistryProcess::RegistryProcess(const std::vector<std::string>& arguments, const char* program)
 {
     int output[2];
     int errors[2];
     if (::pipe2(output, O_CLOEXEC) != 0 || ::pipe2(errors, O_CLOEXEC) != 0)
         throw std::runtime_error("no pipe");
-    std::vector<char*> argv{const_cast<char*>(KESA_REGISTRY)};
+    std::vector<char*> argv{const_cast<char*>(program)};
     for (const std::string& argument: arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
@@ -27,7 +27,7 @@ RegistryProcess::RegistryProcess(const std::vector<std::string>& arguments)
     {
         ::dup2(output[1], STDOUT_FILENO);
         ::dup2(errors[1], STDERR_FILENO);
-        ::execv(KESA_REGISTRY, argv.data());
+        ::execv(program, argv.data());
         ::_exit(127);
     }
     ::close(output[1]);

@@ -10,11 +10,11 @@
 namespace Kesa::Registry::Test
 {
 
-/// The program, beside the test. Killed at the end, if it has not ended by then.
+/// The registry, or another program, beside the test. Killed at the end, if it has not ended by then.
 class RegistryProcess
 {
 public:
-    explicit RegistryProcess(const std::vector<std::string>& arguments);
+    explicit RegistryProcess(const std::vector<std::string>& arguments, const char* program = KESA_REGISTRY);
     ~RegistryProcess();
     RegistryProcess(const RegistryProcess&) = delete;
     RegistryProcess& operator=(const RegistryProcess&) = delete;
