@@ -157,10 +157,27 @@ UpdateResult judgeSize(const DocumentDataAccessPoint::Limits& limits, std::size_
     return UpdateResult::OK;
 }
 
+/// Whether the name of a member, at any depth, holds the character zero, at which POCO's parser would end it.
+bool hasZeroInName(const Poco::Dynamic::Var& value, int depth = 0)
+{
+    if (depth >= Command::MAX_JSON_DEPTH) // refused for its depth
+        return false;
+    const auto isBad = [&](const Poco::Dynamic::Var& part) { return hasZeroInName(part, depth + 1); };
+    if (const Poco::JSON::Array* array = Command::asArray(value))
+        return std::any_of(array->begin(), array->end(), isBad);
+    if (const Object* object = Command::asObject(value))
+        return std::any_of(object->begin(), object->end(),
+                           [&](const auto& member)
+                           { return member.first.find('\0') != std::string::npos || isBad(member.second); });
+    return false;
+}
+
 /// Sets `element` to a new one of these members. Gives what is wrong with them, or an empty text.
 std::string build(const std::string& service, const std::string& resource, XObjectId number, const Object::Ptr& members,
                   StoredElement::Ptr& element)
 {
+    if (hasZeroInName(members))
+        return "The name of a member holds the character U+0000, which cannot be kept.";
     try
     {
         std::string text;
