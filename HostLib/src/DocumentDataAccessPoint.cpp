@@ -223,20 +223,21 @@ UpdateResult DocumentDataAccessPoint::Parts::keep(DocumentDataAccessPoint& store
                                         old.isNull() ? nextNumber() : old->getXObjectId(), members, element);
         !fault.empty())
         return {UpdateResult::INVALID_OBJECT, fault};
-    const std::size_t before = old.isNull() ? 0 : old->text().size();
-    if (!old.isNull() && old->text() == element->text())
+    const std::size_t before = old.isNull() ? 0 : old->jsonText().size();
+    if (!old.isNull() && old->jsonText() == element->jsonText())
         return UpdateResult::NO_UPDATE;
-    if (const UpdateResult fits = judgeSize(limits, element->text().size(), totalBytes - before); !fits.success())
+    if (const UpdateResult fits = judgeSize(limits, element->jsonText().size(), totalBytes - before); !fits.success())
         return fits;
     try
     {
-        old.isNull() ? store.writeInserted(address, element->text()) : store.writeUpdated(address, element->text());
+        old.isNull() ? store.writeInserted(address, element->jsonText())
+                     : store.writeUpdated(address, element->jsonText());
     }
     catch (const Poco::Exception& e)
     {
         return notWritten(path, e);
     }
-    totalBytes += element->text().size() - before;
+    totalBytes += element->jsonText().size() - before;
     resource.put(element);
     UpdateResult result(UpdateResult::OK);
     if (old.isNull())
@@ -444,7 +445,7 @@ UpdateResult DocumentDataAccessPoint::update(const Address& address, const Objec
     const StoredElement::Ptr old = resource->find(address.id);
     if (old.isNull())
         return noElement(resource->path() + "/" + address.id);
-    const Object* base = mode == Mode::MERGE ? &old->document() : nullptr;
+    const Object* base = mode == Mode::MERGE ? old->sharedJson().get() : nullptr;
     return m_parts->keep(*this, address, *resource, old, joined(base, members));
 }
 
@@ -465,7 +466,7 @@ UpdateResult DocumentDataAccessPoint::remove(const Address& address)
     {
         return notWritten(resource->path() + "/" + address.id, e);
     }
-    m_parts->totalBytes -= old->text().size();
+    m_parts->totalBytes -= old->jsonText().size();
     resource->remove(address.id);
     return UpdateResult::OK;
 }

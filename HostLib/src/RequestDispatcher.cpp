@@ -39,7 +39,7 @@ void RequestDispatcher::handle(HTTPServerRequest& request, HTTPServerResponse& r
 {
     if (wantsUpgrade(request))
         upgrade(request, response);
-    else
+    else if (!m_handleFirst || !m_handleFirst(request, response))
         m_rest.handle(request, response);
 }
 

@@ -4,7 +4,9 @@
 #include "FrontDoor.h"
 #include "LibraryThread.h"
 #include "LogStream.h"
+#include "RegistryAgent.h"
 #include "RequestDispatcher.h"
+#include "ServiceEntry.h"
 #include "SignalWatch.h"
 
 #include "GenericServiceBootstrap.h"
@@ -52,6 +54,22 @@ FrontDoor::Options doorOptions(const ServiceHost::Options& options)
     return door;
 }
 
+RestHandler::Options restOptions(const ServiceHost::Options& options)
+{
+    RestHandler::Options rest;
+    rest.apiVersions = options.apiVersions;
+    rest.bodyWaiters = options.threads == 1 ? 1 : options.threads / 2;
+    return rest;
+}
+
+/// Refused before anything is started.
+const ServiceHost::Options& checked(const ServiceHost::Options& options)
+{
+    if (!options.name.empty())
+        checkEntry(options);
+    return options;
+}
+
 int createEvent()
 {
     const int descriptor = ::eventfd(0, EFD_CLOEXEC);
@@ -63,7 +81,7 @@ int createEvent()
 } // namespace
 
 ServiceHost::ServiceHost(Kesa::Service::GenericServiceBootstrap& bootstrap, const Options& options)
-    : m_bootstrap(bootstrap), m_options(options), m_stopRequests(createEvent())
+    : m_bootstrap(bootstrap), m_options(checked(options)), m_stopRequests(createEvent())
 {
 }
 
@@ -86,7 +104,8 @@ void ServiceHost::start()
         throw Poco::IllegalStateException("The service host is started already");
     std::signal(SIGPIPE, SIG_IGN);
     raiseDescriptorLimit();
-    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins);
+    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins, restOptions(m_options),
+                                                                      m_options.handleFirst);
     auto door = std::make_unique<FrontDoor>(
         [dispatcher](Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response)
         { dispatcher->handle(request, response); },
@@ -95,6 +114,7 @@ void ServiceHost::start()
     startService();
     m_door = std::move(door);
     m_door->start();
+    startRegistration();
 }
 
 void ServiceHost::startService()
@@ -102,6 +122,14 @@ void ServiceHost::startService()
     if (!m_bootstrap.startup())
         throw Poco::RuntimeException("The service did not start: its startupImpl() returned false");
     m_isServiceUp = true;
+}
+
+void ServiceHost::startRegistration()
+{
+    if (m_options.name.empty())
+        return;
+    m_registration = std::make_unique<RegistryAgent>(entryOf(m_options, m_port));
+    m_registration->start();
 }
 
 int ServiceHost::run()
@@ -166,6 +194,7 @@ bool ServiceHost::stop()
         KESA_LOG_CRITICAL("ServiceHost::stop was called on one of the library's own threads. Use requestStop().");
         throw Poco::IllegalStateException("A service host cannot be stopped on one of the library's own threads");
     }
+    m_registration.reset(); // first, so that no new client is sent here
     if (m_door)
         m_door->stop();
     m_door.reset();

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "ImmutableJson.h"
+
+#include "ImmutableJson.h"
+
 #include "Data/ElementGeneric.h"
 
 #include <memory>
@@ -11,7 +15,7 @@ namespace Kesa::Host
 /// An element of a store: a JSON object and its text, which never change.
 ///
 /// Threads: any, at once.
-class StoredElement: public Data::ElementBase
+class StoredElement: public Data::ElementBase, public ImmutableJson
 {
 public:
     typedef Poco::SharedPtr<StoredElement> Ptr;
@@ -23,8 +27,9 @@ public:
 
     /// The element as JSON. Shared by all readers: nobody changes it.
     const Poco::JSON::Object& document() const { return *m_document; }
-    Poco::JSON::Object::Ptr sharedDocument() const { return m_document; }
+    const Poco::JSON::Object::Ptr& sharedJson() const override { return m_document; }
     const std::string& text() const { return m_text; }
+    const std::string& jsonText() const override { return m_text; }
     const std::string& id() const { return m_id; }
 
     Data::AttributeMap getAttributes() const override;

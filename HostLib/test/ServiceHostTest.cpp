@@ -10,6 +10,8 @@
 #include <Poco/Exception.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/JSON/Parser.h>
+#include <Poco/Net/HTTPServerRequest.h>
+#include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Net/NetException.h>
 #include <Poco/ThreadPool.h>
 
@@ -95,6 +97,37 @@ TEST_F(ServiceHostTest, ServesTheServicesData)
     TestClient client(host->port());
     client.get("/shop/orders/1");
     EXPECT_EQ(parse(client.receive().body)->getValue<std::string>("status"), "ok");
+}
+
+TEST_F(ServiceHostTest, AsksTheServicesOwnHandlerFirst)
+{
+    ServiceHost::Options options;
+    options.handleFirst = [](Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response)
+    {
+        const bool isOwn = request.getURI() == "/own";
+        if (isOwn)
+            response.sendBuffer("mine", 4);
+        return isOwn;
+    };
+    start(options);
+    TestClient client(host->port());
+    client.get("/own");
+    EXPECT_EQ(client.receive().body, "mine");
+    client.get("/shop/orders/1");
+    EXPECT_EQ(parse(client.receive().body)->getValue<std::string>("status"), "ok");
+}
+
+TEST_F(ServiceHostTest, DoesNotAskTheServicesOwnHandlerAboutWebsockets)
+{
+    std::atomic<int> asked{0};
+    ServiceHost::Options options;
+    options.handleFirst = [&asked](Poco::Net::HTTPServerRequest&, Poco::Net::HTTPServerResponse&)
+    { return ++asked > 0; };
+    start(options);
+    WebsocketPeer peer(host->port());
+    peer.sendText(SUBSCRIBE);
+    EXPECT_EQ(parse(peer.receiveText())->getValue<std::string>("status"), "ok");
+    EXPECT_EQ(asked, 0);
 }
 
 TEST_F(ServiceHostTest, LeadsAWebsocketFromTheUpgradeToANotification)

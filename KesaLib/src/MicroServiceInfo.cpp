@@ -7,6 +7,7 @@
 
 #include <limits>
 #include <memory>
+#include <set>
 
 namespace Kesa
 {
@@ -61,19 +62,15 @@ bool isPortMap(const Var& value)
 /// False if the entry has a meaning for this member, and the value does not fit it.
 bool fits(const std::string& name, const Var& value)
 {
-    Poco::UUID id;
-    if (name == XObjectBase::KEY_ID)
-        return value.isString() && id.tryParse(value.convert<std::string>());
     if (name == MicroServiceInfo::KEY_PORT)
         return isPort(value);
     if (name == MicroServiceInfo::KEY_PORTS)
         return isPortMap(value);
     if (name == MicroServiceInfo::KEY_API_VERSIONS)
         return isTextList(value);
-    if (name == XObjectBase::KEY_NAME || name == XObjectBase::KEY_URI || name == MicroServiceInfo::KEY_HOST ||
-        name == MicroServiceInfo::KEY_DESCRIPTION)
-        return value.isString();
-    return true;
+    static const std::set<std::string> texts = {XObjectBase::KEY_ID, XObjectBase::KEY_NAME, XObjectBase::KEY_URI,
+                                                MicroServiceInfo::KEY_HOST, MicroServiceInfo::KEY_DESCRIPTION};
+    return texts.count(name) == 0 || value.isString();
 }
 
 bool hasRequiredMembers(const Poco::JSON::Object& object)
@@ -226,7 +223,7 @@ MicroServiceInfo* MicroServiceInfo::FromJson(const Poco::JSON::Object::Ptr& obje
         }
         return entry.release();
     }
-    catch (const std::exception&) // a URI that is none, a value that has no form in JSON
+    catch (const std::exception&) // an id or URI that is none, a value that has no form in JSON
     {
         return nullptr;
     }

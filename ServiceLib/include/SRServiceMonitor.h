@@ -27,6 +27,8 @@ inline constexpr std::uint32_t T_ReadSR_Retry = 500;
 namespace Service
 {
 
+class RegistryExchangeLimit;
+
 /// Watches whether the service registry answers, and whether the entries of this process's services are still there.
 ///
 /// The first check comes 10 seconds after construction, then one every 10 seconds. A failed check is repeated after
@@ -34,13 +36,13 @@ namespace Service
 /// between. Entries are checked only while the registry answers. An exchange that takes longer than 10 seconds has
 /// failed.
 ///
-/// Threads:  addUUID(), removeUUID() and removeUUIDs() from any thread; they block while entries are checked. Checks
-/// and
-///           both events run on the monitor's timer thread, taken from the default thread pool. A listener that blocks
-///           delays the checks. A listener may call the three operations.
+/// Threads:  addUUID(), removeUUID() and removeUUIDs() from any thread; they block while entries are checked. Both the
+///           checks and the events run on the monitor's timer thread, taken from the default thread pool. A listener
+///           that blocks delays the checks. A listener may call the three operations.
 /// Errors:   the constructor raises Poco::NoThreadAvailableException if the default thread pool has no thread. What
 ///           leaves a check as an exception goes to Poco::ErrorHandler, and the checks go on.
-/// Shutdown: the destructor waits for a running check. A listener must not destroy its monitor.
+/// Shutdown: the destructor waits for a running check; a RegistryExchangeLimit in whose scope the monitor was built can
+///           end that. A listener must not destroy its monitor.
 class KESA_API SRServiceMonitor
 {
 public:
@@ -85,6 +87,7 @@ private:
     SRStatus m_SRStatus;                     ///< of the timer thread alone
     std::uint8_t m_retryCount;               ///< of the timer thread alone
     const std::uint32_t m_SRFailRetryFactor; ///< times T_ReadSR_Retry is the pause after giving up
+    RegistryExchangeLimit* const m_limit;    ///< of the thread that built the monitor; borrowed, may be null
 
     std::atomic<bool> m_hasUUIDs; ///< atomic, since a cycle looks at it without the mutex
     /// Guards m_isEnding and each restart of the timer, since a restart after the timer's stop would revive it and make

@@ -1,6 +1,7 @@
 #include "RegistrySession.h"
 
 #include "Data/ServiceRegistryConnection.h"
+#include "RegistryExchangeLimit.h"
 
 #include <Time/Now.h>
 
@@ -19,6 +20,16 @@ class DeadlineSocket: public Poco::Net::StreamSocketImpl
 {
 public:
     explicit DeadlineSocket(const ExchangeDeadline::Ptr& deadline): m_deadline(deadline) {}
+
+    /// As the base's connect() with a time limit, but for the limit, which is the deadline.
+    void connectInTime(const Poco::Net::SocketAddress& address)
+    {
+        connectNB(address);
+        wait(SELECT_WRITE);
+        if (const int fault = socketError())
+            error(fault, address.toString());
+        setBlocking(true);
+    }
 
     using Poco::Net::StreamSocketImpl::receiveBytes;
     using Poco::Net::StreamSocketImpl::sendBytes;
@@ -59,7 +70,7 @@ private:
 };
 } // namespace
 
-ExchangeDeadline::ExchangeDeadline(int seconds): m_seconds(seconds)
+ExchangeDeadline::ExchangeDeadline(int seconds): m_seconds(seconds), m_limit(RegistryExchangeLimit::current())
 {
     restart();
 }
@@ -75,7 +86,12 @@ Poco::Timespan ExchangeDeadline::remaining() const
     if (left <= 0)
         throw Poco::TimeoutException("the service registry did not complete an exchange within " +
                                      std::to_string(m_seconds) + " seconds");
-    return Poco::Timespan(left);
+    if (!m_limit)
+        return Poco::Timespan(left);
+    const Poco::Clock::ClockDiff leftByLimit = m_limit->end() - Util::now().raw();
+    if (leftByLimit <= 0)
+        throw Poco::TimeoutException("the exchange with the service registry was ended from outside");
+    return Poco::Timespan(std::min(left, leftByLimit));
 }
 
 RegistrySession::RegistrySession(int seconds)
@@ -100,8 +116,9 @@ bool RegistrySession::connected()
 
 void RegistrySession::connect(const Poco::Net::SocketAddress& address)
 {
-    Poco::Net::StreamSocket connection(new DeadlineSocket(m_deadline));
-    connection.connect(address, m_deadline->remaining());
+    DeadlineSocket* const socket = new DeadlineSocket(m_deadline);
+    Poco::Net::StreamSocket connection(socket); // owns it
+    socket->connectInTime(address);
     connection.setNoDelay(true);
     attachSocket(connection);
 }

@@ -7,7 +7,10 @@
 namespace Kesa::Service
 {
 
-/// The moment by which an exchange has to be over.
+class RegistryExchangeLimit;
+
+/// The moment by which an exchange has to be over: some time after its beginning, or earlier where the limit that binds
+/// the thread that built this object says so.
 class ExchangeDeadline
 {
 public:
@@ -17,11 +20,12 @@ public:
 
     /// Begins the next exchange.
     void restart();
-    /// What is left. Raises Poco::TimeoutException, with a text that names the limit, if nothing is.
+    /// What is left. Raises Poco::TimeoutException, with a text that says which limit, if nothing is.
     Poco::Timespan remaining() const;
 
 private:
     const int m_seconds;
+    const RegistryExchangeLimit* const m_limit; ///< borrowed; null: none
     Poco::Clock m_end;
 };
 

@@ -1,5 +1,6 @@
 #include "SRServiceMonitor.h"
 
+#include "RegistryExchangeLimit.h"
 #include "RegistrySession.h"
 
 #include <LogStream.h>
@@ -47,6 +48,7 @@ SRServiceMonitor::SRServiceMonitor()
       m_SRStatus(UNKNOWN),
       m_retryCount(0),
       m_SRFailRetryFactor(20),
+      m_limit(RegistryExchangeLimit::current()),
       m_hasUUIDs(false),
       m_isEnding(false),
       m_isCleared(false)
@@ -101,6 +103,7 @@ void SRServiceMonitor::removeUUIDs()
 void SRServiceMonitor::onCheckInterval(Poco::Timer& /*timer*/)
 {
     MONITOR_LOG(TRACE, "");
+    const RegistryExchangeLimit::Scope scope(m_limit);
     std::uint32_t period = m_T_Check_SR;
     restartTimer(period); // back to the normal period after a retry
     RegistrySession session(EXCHANGE_SECONDS);

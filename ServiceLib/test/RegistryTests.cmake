@@ -1,6 +1,6 @@
 # The registry's address is fixed, so whatever listens there runs alone.
 kesa_test(ServiceRegistryTest
-    SOURCES ServiceRegistryTest.cpp ServiceRegistrationHelperTest.cpp
+    SOURCES HostileRegistryTest.cpp ServiceListTest.cpp ServiceRegistrationHelperTest.cpp ServiceRegistryTest.cpp
     LIBRARIES Kesa::ServiceLib
     RESOURCE_LOCK kesa-registry-port)
 

@@ -11,7 +11,6 @@
 #include <SubscriptionHandling/SubscriptionTrigger.h>
 using namespace Kesa::Command;
 using namespace Kesa::Service;
-
 const UrlPath NOW("/clock/times/now");
 
 // The data. The library asks for them and is told when they change.
@@ -74,6 +73,7 @@ int main()
 {
     Kesa::Host::ServiceHost::Options options;
     options.port = 8930;
+    options.name = "clock"; // at the registry: "kesa watch clock/times/now" finds it
     ClockService service;
     return Kesa::Host::ServiceHost(service, options).run(); // until SIGTERM or SIGINT
 }

@@ -51,8 +51,8 @@ Poco::JSON::Object::Ptr parse(const std::string& text)
 } // namespace
 
 WatchCommand::WatchCommand(const std::vector<ServiceUrl>& urls, const Options& options, LineOutput& output,
-                           std::ostream& errors)
-    : m_options(options), m_output(output), m_errors(errors)
+                           std::ostream& errors, Describe describe)
+    : m_options(options), m_describe(std::move(describe)), m_output(output), m_errors(errors)
 {
     for (const ServiceUrl& url: urls)
     {
@@ -200,8 +200,12 @@ void WatchCommand::handleMessage(Connection& connection, const std::string& text
 void WatchCommand::handleNotification(const Poco::JSON::Object& message, const std::string& event)
 {
     ++m_received;
-    if (!m_options.json)
-        m_output.write(MessagePrinter::timeOfDay() + "  " + m_printer.notification(event, message.get("data")));
+    if (m_options.json)
+        return;
+    const std::vector<std::string> lines =
+        m_describe ? m_describe(message) : std::vector{m_printer.notification(event, message.get("data"))};
+    for (const std::string& line: lines)
+        m_output.write(MessagePrinter::timeOfDay() + "  " + line);
 }
 
 void WatchCommand::handleAcknowledgement(Connection& connection, const std::string& event)

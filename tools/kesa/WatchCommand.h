@@ -6,6 +6,7 @@
 #include <Poco/Clock.h>
 #include <Poco/JSON/Object.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -41,9 +42,13 @@ public:
         bool autosubscribe = false;
     };
 
+    /// The lines for a notification, without the time, in the form for people.
+    typedef std::function<std::vector<std::string>(const Poco::JSON::Object& message)> Describe;
+
     /// `output` takes what was received, `errors` what went wrong; both are borrowed. A URL given twice is followed
-    /// once.
-    WatchCommand(const std::vector<ServiceUrl>& urls, const Options& options, LineOutput& output, std::ostream& errors);
+    /// once. Without `describe` a MessagePrinter tells what is new.
+    WatchCommand(const std::vector<ServiceUrl>& urls, const Options& options, LineOutput& output, std::ostream& errors,
+                 Describe describe = nullptr);
     ~WatchCommand();
 
     /// Runs until the count or the time is reached, `stopDescriptor` becomes readable, nobody reads the output, nothing
@@ -87,6 +92,7 @@ private:
     static Subscription* find(Connection& connection, const std::string& event);
 
     const Options m_options;
+    const Describe m_describe; ///< may be empty
     LineOutput& m_output;
     std::ostream& m_errors;
     const Poco::Clock m_start;
