@@ -45,7 +45,7 @@ public:
     /// arrived already. Has to send the response, unless it takes the connection.
     typedef std::function<void(Poco::Net::HTTPServerRequest&, Poco::Net::HTTPServerResponse&)> Handler;
 
-    static constexpr unsigned DEFAULT_THREADS = 8;           ///< handlers at once: more would wait for the same data
+    static constexpr unsigned DEFAULT_THREADS = 32;          ///< handlers at once: so many may wait for slow data
     static constexpr std::size_t DEFAULT_CONNECTIONS = 8000; ///< at the door; websockets have left it and do not count
     static constexpr std::size_t DEFAULT_PER_ADDRESS =
         4000;                                      ///< half of them, so that one address cannot keep others out
@@ -61,7 +61,7 @@ public:
     {
         std::string address = "127.0.0.1";  ///< of this machine; "::1", "0.0.0.0" and names are fine too
         Poco::UInt16 port = 0;              ///< 0: the system chooses one
-        unsigned threads = DEFAULT_THREADS; ///< handlers that run at once, 1 or more
+        unsigned threads = DEFAULT_THREADS; ///< handlers that run at once, 1 or more; started as needed
         std::size_t maxConnections = DEFAULT_CONNECTIONS;
         std::size_t maxConnectionsPerAddress = DEFAULT_PER_ADDRESS;
         long headTimeout = HEAD_TIMEOUT; ///< milliseconds, as all below

@@ -69,8 +69,10 @@ public:
         /// Of the service at the registry, and the first segment of its URLs: 1 to 64 of A-Z a-z 0-9 . _ -, but neither
         /// "registry" nor a UUID. Empty: the service is not registered.
         std::string name;
-        std::string description;              ///< of the service, for people
-        std::vector<std::string> apiVersions; ///< of the API that the service speaks: "1.0"
+        std::string description; ///< of the service, for people
+        /// Of the API that the service speaks, as "1.2.3". An HTTP client that asks for another version in its `Accept`
+        /// field is refused with 404. With none, or more than one, such a client gets 501.
+        std::vector<std::string> apiVersions;
         /// Where clients of the registry find the service. Empty: the address listened on, or, where that stands for
         /// all addresses, the loopback address 127.0.0.1, since the registry is on this machine.
         std::string advertisedHost;

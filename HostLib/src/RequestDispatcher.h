@@ -20,8 +20,8 @@ public:
     /// As ServiceHost::Options::handleFirst; may be empty.
     typedef std::function<bool(Poco::Net::HTTPServerRequest&, Poco::Net::HTTPServerResponse&)> First;
 
-    explicit RequestDispatcher(std::vector<std::string> allowedOrigins, First handleFirst = {})
-        : m_allowedOrigins(std::move(allowedOrigins)), m_handleFirst(std::move(handleFirst))
+    RequestDispatcher(std::vector<std::string> allowedOrigins, const RestHandler::Options& rest, First handleFirst)
+        : m_allowedOrigins(std::move(allowedOrigins)), m_handleFirst(std::move(handleFirst)), m_rest(rest)
     {
     }
 
@@ -32,7 +32,7 @@ private:
 
     const std::vector<std::string> m_allowedOrigins;
     const First m_handleFirst;
-    const RestHandler m_rest{};
+    const RestHandler m_rest;
 };
 
 } // namespace Kesa::Host

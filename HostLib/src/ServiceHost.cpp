@@ -54,6 +54,14 @@ FrontDoor::Options doorOptions(const ServiceHost::Options& options)
     return door;
 }
 
+RestHandler::Options restOptions(const ServiceHost::Options& options)
+{
+    RestHandler::Options rest;
+    rest.apiVersions = options.apiVersions;
+    rest.bodyWaiters = options.threads == 1 ? 1 : options.threads / 2;
+    return rest;
+}
+
 /// Refused before anything is started.
 const ServiceHost::Options& checked(const ServiceHost::Options& options)
 {
@@ -96,7 +104,8 @@ void ServiceHost::start()
         throw Poco::IllegalStateException("The service host is started already");
     std::signal(SIGPIPE, SIG_IGN);
     raiseDescriptorLimit();
-    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins, m_options.handleFirst);
+    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins, restOptions(m_options),
+                                                                      m_options.handleFirst);
     auto door = std::make_unique<FrontDoor>(
         [dispatcher](Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response)
         { dispatcher->handle(request, response); },

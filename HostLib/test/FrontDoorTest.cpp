@@ -556,6 +556,31 @@ TEST_F(FrontDoorTest, ServesOthersWhileAHandlerWaits)
     EXPECT_EQ(waiting.receive().body, "/wait");
 }
 
+TEST_F(FrontDoorTest, AddsThreadsWhileHandlersWaitUpToItsBound)
+{
+    FrontDoor::Options options;
+    options.threads = 12;
+    std::thread([] {}).join(); // a sanitizer starts a thread of its own with the first one
+    const long threads = runningThreads();
+    open(options);
+    std::vector<TestClient> waiting;
+    for (unsigned i = 1; i < options.threads; ++i)
+    {
+        waiting.push_back(connect());
+        waiting.back().get("/wait");
+    }
+    TestClient last = connect();
+    last.get("/a");
+    EXPECT_EQ(last.receive().body, "/a");
+    last.get("/wait");
+    EXPECT_TRUE(eventually([this] { return handled == 13; })) << "with that one, all threads wait";
+    TestClient late = connect();
+    late.get("/a");
+    blocker.set();
+    EXPECT_EQ(late.receive().body, "/a");
+    EXPECT_EQ(runningThreads() - threads, 12 + 1) << "handlers, and the one that holds the connections";
+}
+
 // --- clients that do not read ---
 
 TEST_F(FrontDoorTest, GivesNoThreadToAClientThatDoesNotRead)

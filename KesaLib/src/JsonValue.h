@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Data/AttributeBase.h"
 #include "Data/AttributeValue.h"
 
 #include <Poco/Dynamic/Var.h>
@@ -20,5 +21,9 @@ public:
     GenericValue asGeneric() const override;
     bool isArray() const override;
 };
+
+/// The attribute of `parent` that a member of a JSON object becomes: a text, a truth value, a number of the type that
+/// holds it, or, of anything else, a JsonValue.
+AttributeBase::Ptr attributeOf(XObjectId parent, const std::string& name, const Poco::Dynamic::Var& value);
 
 } // namespace Kesa::Data

@@ -7,6 +7,7 @@
 
 #include <limits>
 #include <memory>
+#include <set>
 
 namespace Kesa
 {
@@ -25,24 +26,6 @@ AttributeBase::Ptr makeAttribute(const MicroServiceInfo& entry, const std::strin
 AttributeBase::Ptr textAttribute(const MicroServiceInfo& entry, const std::string& name, const std::string& text)
 {
     return makeAttribute(entry, name, AttributeValueStringable<std::string>(text));
-}
-
-/// The attribute that a member of a JSON object becomes.
-AttributeBase::Ptr attributeOf(const MicroServiceInfo& entry, const std::string& name, const Var& value)
-{
-    if (value.isEmpty() || Command::asObject(value) || Command::asArray(value))
-        return makeAttribute(entry, name, JsonValue(value));
-    if (value.isString())
-        return textAttribute(entry, name, value.convert<std::string>());
-    if (value.isBoolean())
-        return makeAttribute(entry, name, AttributeValuePlain<bool>(value.convert<bool>()));
-    if (value.isInteger() && !value.isSigned() && value.convert<Poco::UInt64>() > std::numeric_limits<long>::max())
-        return makeAttribute(entry, name, AttributeValuePlain<unsigned long>(value.convert<Poco::UInt64>()));
-    if (value.isInteger())
-        return makeAttribute(entry, name, AttributeValuePlain<long>(value.convert<Poco::Int64>()));
-    if (value.isNumeric())
-        return makeAttribute(entry, name, AttributeValuePlain<double>(value.convert<double>()));
-    return makeAttribute(entry, name, JsonValue(value));
 }
 
 bool isPort(const Var& value)
@@ -79,19 +62,15 @@ bool isPortMap(const Var& value)
 /// False if the entry has a meaning for this member, and the value does not fit it.
 bool fits(const std::string& name, const Var& value)
 {
-    Poco::UUID id;
-    if (name == XObjectBase::KEY_ID)
-        return value.isString() && id.tryParse(value.convert<std::string>());
     if (name == MicroServiceInfo::KEY_PORT)
         return isPort(value);
     if (name == MicroServiceInfo::KEY_PORTS)
         return isPortMap(value);
     if (name == MicroServiceInfo::KEY_API_VERSIONS)
         return isTextList(value);
-    if (name == XObjectBase::KEY_NAME || name == XObjectBase::KEY_URI || name == MicroServiceInfo::KEY_HOST ||
-        name == MicroServiceInfo::KEY_DESCRIPTION)
-        return value.isString();
-    return true;
+    static const std::set<std::string> texts = {XObjectBase::KEY_ID, XObjectBase::KEY_NAME, XObjectBase::KEY_URI,
+                                                MicroServiceInfo::KEY_HOST, MicroServiceInfo::KEY_DESCRIPTION};
+    return texts.count(name) == 0 || value.isString();
 }
 
 bool hasRequiredMembers(const Poco::JSON::Object& object)
@@ -107,7 +86,7 @@ void setMember(MicroServiceInfo& entry, const std::string& name, const Var& valu
     else if (name == XObjectBase::KEY_URI)
         entry.setUri(value.convert<std::string>());
     else
-        entry.setAttribute(attributeOf(entry, name, value));
+        entry.setAttribute(attributeOf(entry.getXObjectId(), name, value));
 }
 
 /// The JSON of an attribute, empty if there is none.
@@ -244,7 +223,7 @@ MicroServiceInfo* MicroServiceInfo::FromJson(const Poco::JSON::Object::Ptr& obje
         }
         return entry.release();
     }
-    catch (const std::exception&) // a URI that is none, a value that has no form in JSON
+    catch (const std::exception&) // an id or URI that is none
     {
         return nullptr;
     }

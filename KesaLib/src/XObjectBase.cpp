@@ -1,6 +1,7 @@
 #include "Data/XObjectBase.h"
 
 #include <Poco/Exception.h>
+#include <Poco/String.h>
 
 namespace Kesa::Data
 {
@@ -68,10 +69,16 @@ int XObjectBase::compare(const XObjectBase& other) const
     return m_xObjectId == INVALID_XOBJ_ID ? compareMaps(getAttributes(), other.getAttributes()) : 0;
 }
 
+bool XObjectBase::tryParseId(const std::string& text, Poco::UUID& id)
+{
+    // The parser itself takes a text that goes on behind the id.
+    return id.tryParse(text) && Poco::icompare(id.toString(), text) == 0;
+}
+
 Poco::UUID XObjectBase::parseId(const std::string& text)
 {
     Poco::UUID id;
-    if (!id.tryParse(text))
+    if (!tryParseId(text, id))
         throw Poco::InvalidAccessException("Value '" + text + "' for attribute " + KEY_ID + " is no UUID");
     return id;
 }

@@ -38,6 +38,22 @@ TEST(ElementGenericTest, IsBuiltFromAUri)
     EXPECT_EQ(element.getName(), "box");
 }
 
+TEST(ElementGenericTest, NamesMayHoldWhatAUriEncodes)
+{
+    for (const char* name: {"100%", "%41", "a b", "a?b#c", "\xc3\xa4"})
+    {
+        const ElementGeneric element("shop", name, "box", ID, 7);
+        EXPECT_EQ(element.resource(), name);
+        EXPECT_EQ(ElementGeneric(element.getUri(), "box", 7).resource(), name);
+        EXPECT_EQ(ElementGeneric(Poco::URI(element.getUri().toString()), "box", 7).resource(), name);
+    }
+}
+
+TEST(ElementGenericTest, SegmentThatOnlyBeginsLikeAnIdIsNone)
+{
+    EXPECT_FALSE(ElementGeneric(Poco::URI("/shop/boxes/" + ID + "x"), "box", 7).hasValue("id"));
+}
+
 TEST(ElementGenericTest, ShortUriLeavesTheRestEmpty)
 {
     const ElementGeneric element(Poco::URI("/shop"), "box", 7);

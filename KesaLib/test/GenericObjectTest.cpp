@@ -74,6 +74,7 @@ TEST(GenericObjectTest, TextThatIsNoIdOrUriIsRefused)
 {
     XObjectGeneric object(7);
     EXPECT_EQ(refusal([&] { object.setId(std::string("seven")); }), "Value 'seven' for attribute id is no UUID");
+    EXPECT_EQ(refusal([&] { object.setId(ID + "x"); }), "Value '" + ID + "x' for attribute id is no UUID");
     EXPECT_EQ(refusal([&] { object.setUri(std::string("http://a:b:c")); }),
               "Value 'http://a:b:c' for attribute uri is no URI");
     EXPECT_EQ(object.size(), 0U);

@@ -132,6 +132,18 @@ INSTANTIATE_TEST_SUITE_P(
         R"({"host":"h","name":"n","port":1,"uri":5})", R"({"host":"h","name":"n","port":1,"uri":"http://a:b:c"})",
         R"({"host":"h","name":"n","port":1,"uri":"/n","id":"seven"})",
         R"({"host":"h","name":"n","port":1,"uri":"/n","id":7})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","id":null})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","id":"6ba7b810-9dad-11d1-80b4-00c04fd430c8x"})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","id":"6ba7b8109dad11d180b400c04fd430c8"})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","id":"{6ba7b810-9dad-11d1-80b4-00c04fd430c8}"})",
+        R"({"host":"h","name":"n","port":[1],"uri":"/n"})", R"({"host":"h","name":"n","port":null,"uri":"/n"})",
+        R"({"host":"h","name":null,"port":1,"uri":"/n"})", R"({"host":"h","name":{},"port":1,"uri":"/n"})",
+        R"({"host":"h","name":"n","port":1,"uri":null})", R"({"host":"h","name":"n","port":1,"uri":"/n","ports":null})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","ports":{"a":0}})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","ports":{"a":true}})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","apiVersions":null})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","apiVersions":["1",null]})",
+        R"({"host":"h","name":"n","port":1,"uri":"/n","description":1})",
         R"({"host":"h","name":"n","port":1,"uri":"/n","ports":[1]})",
         R"({"host":"h","name":"n","port":1,"uri":"/n","ports":{"a":"1"}})",
         R"({"host":"h","name":"n","port":1,"uri":"/n","ports":{"a":70000}})",
@@ -154,6 +166,26 @@ TEST(MicroServiceInfoTest, SharesNothingWithTheObjectThatItWasReadFrom)
     EXPECT_EQ(entry->getPorts().at("admin"), 9000);
     entry->toJSON(0)->getObject("ports")->set("admin", 1);
     EXPECT_EQ(entry->getPorts().at("admin"), 9000);
+}
+
+TEST(MicroServiceInfoTest, PortThatIsNoIntegerGivesNull)
+{
+    Poco::JSON::Object::Ptr object;
+    ASSERT_TRUE(Kesa::Util::JSONTools::parseJSONString(FULL, object));
+    object->set("port", 8080.5);
+    EXPECT_EQ(MicroServiceInfo::FromJson(object), nullptr);
+    object->set("port", Poco::UInt16(8080));
+    const std::unique_ptr<MicroServiceInfo> entry(MicroServiceInfo::FromJson(object));
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->getPort(), 8080);
+}
+
+TEST(MicroServiceInfoTest, IdIsReadWhateverTheCaseOfItsDigits)
+{
+    const auto entry =
+        read(R"({"host":"h","id":"6BA7B810-9DAD-11D1-80B4-00C04FD430C8","name":"n","port":1,"uri":"/n"})");
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->getIdString(), ID);
 }
 
 TEST(MicroServiceInfoTest, IsBuiltFromAService)

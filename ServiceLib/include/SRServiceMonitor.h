@@ -36,10 +36,9 @@ class RegistryExchangeLimit;
 /// between. Entries are checked only while the registry answers. An exchange that takes longer than 10 seconds has
 /// failed.
 ///
-/// Threads:  addUUID(), removeUUID() and removeUUIDs() from any thread; they block while entries are checked. Checks
-/// and
-///           both events run on the monitor's timer thread, taken from the default thread pool. A listener that blocks
-///           delays the checks. A listener may call the three operations.
+/// Threads:  addUUID(), removeUUID() and removeUUIDs() from any thread; they block while entries are checked. Both the
+///           checks and the events run on the monitor's timer thread, taken from the default thread pool. A listener
+///           that blocks delays the checks. A listener may call the three operations.
 /// Errors:   the constructor raises Poco::NoThreadAvailableException if the default thread pool has no thread. What
 ///           leaves a check as an exception goes to Poco::ErrorHandler, and the checks go on.
 /// Shutdown: the destructor waits for a running check; a RegistryExchangeLimit in whose scope the monitor was built can

@@ -28,7 +28,8 @@ KESA_API bool unregisterServicePriv(Poco::Net::HTTPClientSession& session, const
 
 /// Appends the entries of a list as the registry sends it to `outResults`; entries that cannot be used are skipped.
 /// False, with the reason in the log at Error, if the list is malformed: entries before the fault stay in `outResults`.
-/// Raises a Poco::Exception if reading the stream fails or the list is longer than 16 MiB.
+/// Raises a Poco::Exception if reading the stream fails, or the list is longer than 16 MiB or holds more than 500,000
+/// members and elements.
 KESA_API bool extractMicroServiceInfosFromResponse(std::vector<MicroServiceInfo>& outResults,
                                                    std::istream& responseStream);
 
@@ -40,9 +41,8 @@ namespace Service
 
 /// The exchanges with the service registry that change or read its entries.
 ///
-/// Errors:  every operation reports false and logs the reason; no failure of the network leaves as an exception.
-/// Nothing
-///          is retried.
+/// Errors:  every operation reports false and logs the reason; no failure of the network leaves as an exception, and
+///          nothing is retried.
 /// Threads: any; each call opens a connection of its own and blocks until the registry has answered, at most 30 seconds
 ///          for each exchange. One entry is for one thread at a time.
 class KESA_API ServiceRegistryAbstraction: public ServiceRegistryConnection

@@ -26,6 +26,9 @@ namespace
 const std::size_t COPY_BUFFER_SIZE = 8192;
 /// Beyond this an answer of the registry is no list of services any more, but would fill the memory.
 const std::size_t LARGEST_LIST = 16 * 1024 * 1024;
+/// Parsed, the smallest part of a list takes a hundred times the room and more of its text, so their number is bounded
+/// too: this is room for the 20,000 entries of a full registry with 25 parts each.
+const std::size_t MOST_PARTS = 500000;
 /// Bodies that are only logged are a line or two; this bounds what a broken registry puts into the log.
 const std::size_t LARGEST_LOGGED_BODY = 64 * 1024;
 /// So many headers are far more than an answer has; without a bound an endless head would fill the memory.
@@ -52,6 +55,35 @@ void readBody(std::istream& body, std::size_t limit, Take take)
                                       " bytes");
         take(buffer, count);
     }
+}
+
+/// How many objects, arrays, members and elements a text of JSON holds, give or take the brackets.
+std::size_t countParts(const std::string& json)
+{
+    std::size_t parts = 0;
+    bool isInString = false;
+    for (std::size_t at = 0; at < json.size(); ++at)
+    {
+        if (json[at] == '"')
+            isInString = !isInString;
+        else if (isInString)
+            at += json[at] == '\\' ? 1 : 0;
+        else if (json[at] == ',' || json[at] == '{' || json[at] == '[')
+            ++parts;
+    }
+    return parts;
+}
+
+/// The whole text of a list. Raises what reading raises, and Poco::DataException if it is too large to be parsed.
+std::string readList(std::istream& body)
+{
+    std::string text;
+    readBody(body, LARGEST_LIST,
+             [&](const char* bytes, std::streamsize count) { text.append(bytes, static_cast<std::size_t>(count)); });
+    if (countParts(text) > MOST_PARTS)
+        throw Poco::DataException("the service registry's list holds more than " + std::to_string(MOST_PARTS) +
+                                  " members and elements");
+    return text;
 }
 
 /// Logs the body, and drains it from the connection, so that the next request on the session finds that clean. Hence it
@@ -155,9 +187,7 @@ bool unregisterServicePriv(Poco::Net::HTTPClientSession& session, const MicroSer
 
 bool extractMicroServiceInfosFromResponse(std::vector<MicroServiceInfo>& outResults, std::istream& responseStream)
 {
-    std::string text;
-    readBody(responseStream, LARGEST_LIST,
-             [&](const char* bytes, std::streamsize count) { text.append(bytes, static_cast<std::size_t>(count)); });
+    const std::string text = readList(responseStream);
     Poco::JSON::Object::Ptr jsonObj;
     if (!Util::JSONTools::parseJSONString(text, jsonObj) || jsonObj.isNull())
     {

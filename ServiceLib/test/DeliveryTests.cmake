@@ -4,7 +4,6 @@ kesa_service_test(ServiceDeliveryTest
     LoadedNotificationTest.cpp
     NotificationComparisonTest.cpp
     OnChangeSubscriptionObjectTest.cpp
-    PeriodicCostTest.cpp
     PeriodicSubscriptionObjectTest.cpp
     SubscriptionObjectTest.cpp
     SubscriptionSurveillanceTest.cpp

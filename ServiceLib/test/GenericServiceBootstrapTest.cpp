@@ -480,4 +480,24 @@ TEST_F(GenericServiceBootstrapTest, AFailedStartPutsTheDefaultHandlerBackWhoever
     EXPECT_TRUE(hasDefaultHandler());
 }
 
+// The end
+
+/// Leaves its stop to its base, which can no longer reach it.
+class ForgetfulService: public GenericServiceBootstrap
+{
+protected:
+    bool startupImpl() override { return true; }
+    bool shutdownImpl() override { return true; }
+    SubscriptionTrigger::Ptr createSubscriptionInterface() override { return new TestTrigger; }
+};
+
+TEST(GenericServiceBootstrapDeathTest, AServiceThatIsStillUpWhenItGoesEndsTheProcess)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_DEATH({ EXPECT_TRUE(ForgetfulService().startup()); }, "pure virtual");
+    ForgetfulService stopped;
+    EXPECT_TRUE(stopped.startup());
+    EXPECT_TRUE(stopped.shutdown());
+}
+
 } // namespace

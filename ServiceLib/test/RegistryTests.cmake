@@ -1,6 +1,11 @@
 # The registry's address is fixed, so whatever listens there runs alone.
 kesa_test(ServiceRegistryTest
-    SOURCES RegistryExchangeLimitTest.cpp ServiceRegistryTest.cpp ServiceRegistrationHelperTest.cpp
+    SOURCES
+        HostileRegistryTest.cpp
+        RegistryExchangeLimitTest.cpp
+        ServiceListTest.cpp
+        ServiceRegistrationHelperTest.cpp
+        ServiceRegistryTest.cpp
     LIBRARIES Kesa::ServiceLib
     RESOURCE_LOCK kesa-registry-port)
 

@@ -1,13 +1,13 @@
 #include "Entries.h"
-#include "FakeRegistry.h"
+#include "RegistryWire.h"
 
-#include <CapturedLog.h>
 #include <ServiceRegistrationHelper.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <type_traits>
 
 using Kesa::MicroServiceInfo;
 using Kesa::Service::ServiceRegistrationHelper;
@@ -51,15 +51,6 @@ private:
     FakeRegistry m_fake;
 };
 
-std::vector<std::string> errorsOf(const CapturedLog& log)
-{
-    std::vector<std::string> errors;
-    for (const CapturedLog::Entry& entry: log.entries())
-        if (entry.priority == Message::PRIO_ERROR)
-            errors.push_back(entry.text);
-    return errors;
-}
-
 bool registerNamed(ServiceRegistrationHelper& helper, const std::string& name, long port = 8080)
 {
     MicroServiceInfo service = entryOf(name, "", port);
@@ -74,6 +65,36 @@ TEST(ServiceRegistrationHelperTest, GivesTheServiceItsId)
     EXPECT_TRUE(helper.registerService(service));
     EXPECT_EQ(service.getRegistryId().toString(), FIRST_ID);
     EXPECT_THAT(registry.requests(), ElementsAre("PUT /shop"));
+}
+
+TEST(ServiceRegistrationHelperTest, IsNotCopied)
+{
+    EXPECT_FALSE(std::is_copy_constructible_v<ServiceRegistrationHelper>);
+    EXPECT_FALSE(std::is_copy_assignable_v<ServiceRegistrationHelper>);
+}
+
+TEST(ServiceRegistrationHelperTest, ServiceThatIsRegisteredTwiceHasTwoEntries)
+{
+    OrderlyRegistry registry;
+    ServiceRegistrationHelper helper;
+    MicroServiceInfo service = entryOf("shop");
+    EXPECT_TRUE(helper.registerService(service));
+    EXPECT_TRUE(helper.registerService(service));
+    EXPECT_EQ(service.getIdString(), SECOND_ID);
+    helper.unregisterServices();
+    EXPECT_THAT(registry.requests(),
+                ElementsAre("PUT /shop", "PUT /shop", "DELETE /" + FIRST_ID, "DELETE /" + SECOND_ID));
+}
+
+TEST(ServiceRegistrationHelperTest, RefusalOfTheRegistryGivesItsLineBesideTheOther)
+{
+    FakeRegistry registry(always(FakeRegistry::answer("503 Busy")));
+    ServiceRegistrationHelper helper;
+    MicroServiceInfo service = entryOf("shop");
+    CapturedLog log;
+    EXPECT_FALSE(helper.registerService(service));
+    EXPECT_THAT(errorsOf(log), ElementsAre("Registering service failed. Server responded with status 503",
+                                           "Registration of service shop failed."));
 }
 
 TEST(ServiceRegistrationHelperTest, RegistryThatIsDownLeavesEverythingAsItWas)

@@ -1,9 +1,7 @@
 #include "Entries.h"
-#include "FakeRegistry.h"
+#include "RegistryWire.h"
 
-#include <CapturedLog.h>
 #include <ServiceRegistry.h>
-#include <Time/Now.h>
 
 #include <Poco/Net/HTTPClientSession.h>
 #include <Poco/Net/HTTPResponse.h>
@@ -13,7 +11,6 @@
 
 #include <algorithm>
 #include <future>
-#include <sstream>
 
 using Kesa::MicroServiceInfo;
 using Kesa::Service::ServiceRegistryAbstraction;
@@ -25,54 +22,6 @@ namespace
 {
 
 typedef FakeRegistry::Answer Answer;
-
-FakeRegistry::Script always(const Answer& answer)
-{
-    return [answer](const std::string&) { return answer; };
-}
-
-Answer created(const std::string& location)
-{
-    return FakeRegistry::answer("201 Created", "welcome", "Location: " + location + "\r\n");
-}
-
-std::string putOf(const std::string& name)
-{
-    const std::string json = R"({"host":"127.0.0.1","name":")" + name + R"(","port":8080,"uri":"/)" + name + "\"}\n";
-    std::ostringstream size;
-    size << std::uppercase << std::hex << json.size();
-    return "PUT /" + name + " HTTP/1.1\r\nTransfer-Encoding: chunked\r\nHost: 127.0.0.1:8910\r\n\r\n" + size.str() +
-           "\r\n" + json + "\r\n0\r\n\r\n";
-}
-
-std::string deleteOf(const std::string& id)
-{
-    return "DELETE /" + id + " HTTP/1.1\r\nContent-Length: 0\r\nHost: 127.0.0.1:8910\r\n\r\n";
-}
-
-std::string getOf(const std::string& path)
-{
-    return "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:8910\r\n\r\n";
-}
-
-std::vector<std::string> namesOf(const std::vector<MicroServiceInfo>& entries)
-{
-    std::vector<std::string> names;
-    for (const MicroServiceInfo& entry: entries)
-        names.push_back(entry.getName());
-    return names;
-}
-
-std::vector<std::string> errorsOf(const CapturedLog& log)
-{
-    std::vector<std::string> errors;
-    for (const CapturedLog::Entry& entry: log.entries())
-        if (entry.priority == Message::PRIO_ERROR)
-            errors.push_back(entry.text);
-    return errors;
-}
-
-// Registering
 
 TEST(RegisterServiceTest, SendsOneLineOfJsonInChunks)
 {
@@ -194,6 +143,46 @@ TEST(RegisterServiceTest, ServiceWithoutANameSendsNothing)
     EXPECT_EQ(registry.connections(), 0);
 }
 
+TEST(RegisterServiceTest, ServiceWithoutJsonFails)
+{
+    struct Mute: public MicroServiceInfo
+    {
+        explicit Mute(const MicroServiceInfo& entry): MicroServiceInfo(entry) {}
+        using MicroServiceInfo::toJSON;
+        Poco::JSON::Object::Ptr toJSON(int) const override { return nullptr; }
+    } entry(entryOf("shop"));
+    FakeRegistry registry(always(created("/" + FIRST_ID)));
+    CapturedLog log;
+    EXPECT_FALSE(ServiceRegistryAbstraction::registerService(entry));
+    EXPECT_THAT(errorsOf(log), ElementsAre("Exception occured while getting service list: Null pointer"));
+}
+
+TEST(RegisterServiceTest, IdOfAnotherTypeFailsAndStays)
+{
+    FakeRegistry registry(always(created("/" + FIRST_ID)));
+    MicroServiceInfo entry = entryOf("shop");
+    entry.setAttribute(new Kesa::Data::Attribute<Kesa::Data::AttributeValueStringable<std::string>>(
+        0, "id", Kesa::Data::AttributeValueStringable<std::string>("mine")));
+    CapturedLog log;
+    EXPECT_FALSE(ServiceRegistryAbstraction::registerService(entry));
+    EXPECT_THAT(errorsOf(log), ElementsAre("Exception occured while getting service list: Invalid access: Invalid "
+                                           "type for attribute id in AttributeContainer"));
+    EXPECT_EQ(entry.getValue("id")->asGeneric().convert<std::string>(), "mine");
+}
+
+TEST(RegisterServiceTest, AnswerIsLoggedAtTrace)
+{
+    FakeRegistry registry(always(created("/" + FIRST_ID)));
+    CapturedLog log;
+    MicroServiceInfo entry = entryOf("shop");
+    EXPECT_TRUE(ServiceRegistryAbstraction::registerService(entry));
+    std::vector<std::string> texts;
+    for (const CapturedLog::Entry& logged: log.entries())
+        texts.push_back(Logging::Log::logLevelToString(logged.priority) + " " + logged.text);
+    EXPECT_THAT(texts, ElementsAre("Trace 201 Created", "Trace Location:/" + FIRST_ID, "Trace Content-Length:7",
+                                   "Trace welcome", "Debug Registered Service with Name: shop"));
+}
+
 TEST(RegisterServiceTest, RegistryThatIsDownFails)
 {
     const ClosedRegistryPort port;
@@ -279,8 +268,6 @@ TEST(RegisterServicesTest, ConnectionThatIsLostBetweenTwoIsNotRepaired)
     EXPECT_FALSE(log.contains(Message::PRIO_INFORMATION, "reconnect to SR"));
 }
 
-// Removing
-
 TEST(UnregisterServiceTest, SendsTheIdAndNoBody)
 {
     FakeRegistry registry(always(FakeRegistry::answer("200 OK", "gone")));
@@ -309,6 +296,20 @@ TEST(UnregisterServiceTest, ServiceWithoutAnIdSendsNothing)
     CapturedLog log;
     EXPECT_FALSE(ServiceRegistryAbstraction::unregisterService(entryOf("shop")));
     EXPECT_THAT(errorsOf(log), ElementsAre("Missing attribute 'id' in service object"));
+    EXPECT_EQ(registry.connections(), 0);
+}
+
+TEST(UnregisterServiceTest, IdOfAnotherTypeGivesBothLines)
+{
+    FakeRegistry registry(always(FakeRegistry::answer("200 OK")));
+    MicroServiceInfo entry = entryOf("shop");
+    entry.setAttribute(new Kesa::Data::Attribute<Kesa::Data::AttributeValueStringable<std::string>>(
+        0, "id", Kesa::Data::AttributeValueStringable<std::string>(FIRST_ID)));
+    CapturedLog log;
+    EXPECT_FALSE(ServiceRegistryAbstraction::unregisterService(entry));
+    EXPECT_THAT(errorsOf(log), ElementsAre("Exception occured while removal of service registration: Invalid access: "
+                                           "Invalid type for attribute id in AttributeContainer",
+                                           "Failed to remove service registration for service shop"));
     EXPECT_EQ(registry.connections(), 0);
 }
 
@@ -377,131 +378,6 @@ TEST(UnregisterServicesTest, ConnectionThatIsLostBetweenTwoIsRepaired)
     EXPECT_EQ(log.count(Message::PRIO_INFORMATION, "reconnect to SR"), 2U);
 }
 
-// Reading
-
-TEST(GetServiceListTest, AppendsTheEntriesInOrder)
-{
-    FakeRegistry registry(always(FakeRegistry::answer(
-        "200 OK", R"({"status":"ok","data":[)" + jsonOf("shop", FIRST_ID) + "," + jsonOf("bank", SECOND_ID) + "]}")));
-    CapturedLog log;
-    std::vector<MicroServiceInfo> entries{entryOf("old")};
-    EXPECT_TRUE(ServiceRegistryAbstraction::getServiceList(entries));
-    EXPECT_THAT(namesOf(entries), ElementsAre("old", "shop", "bank"));
-    EXPECT_EQ(entries[2].getIdString(), SECOND_ID);
-    EXPECT_THAT(registry.requests(), ElementsAre(getOf("/")));
-    EXPECT_TRUE(log.contains(Message::PRIO_DEBUG, "Lookup full service list on ServiceRegistry"));
-    EXPECT_EQ(log.count(Message::PRIO_ERROR), 0U);
-}
-
-TEST(GetServiceListTest, ReadsAChunkedList)
-{
-    const std::string json = R"({"data":[)" + jsonOf("shop", FIRST_ID) + "]}";
-    std::ostringstream chunks;
-    for (const char c: json)
-        chunks << "1\r\n" << c << "\r\n";
-    FakeRegistry registry(
-        always({"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + chunks.str() + "0\r\n\r\n"}));
-    std::vector<MicroServiceInfo> entries;
-    EXPECT_TRUE(ServiceRegistryAbstraction::getServiceList(entries));
-    EXPECT_THAT(namesOf(entries), ElementsAre("shop"));
-}
-
-TEST(FindRegisteredServiceTest, AsksForTheNameAsItStands)
-{
-    FakeRegistry registry(always(FakeRegistry::answer("200 OK", R"({"data":[]})")));
-    CapturedLog log;
-    std::vector<MicroServiceInfo> entries;
-    EXPECT_TRUE(ServiceRegistryAbstraction::findRegisteredService("a&b", entries));
-    EXPECT_THAT(registry.requests(), ElementsAre(getOf("/?name=a&b")));
-    EXPECT_TRUE(log.contains(Message::PRIO_DEBUG, "Lookup services on ServiceRegistry with name: a&b"));
-}
-
-TEST(FindRegisteredServiceTest, EmptyNameAsksForAll)
-{
-    FakeRegistry registry(always(FakeRegistry::answer("200 OK", R"({"data":[]})")));
-    std::vector<MicroServiceInfo> entries;
-    EXPECT_TRUE(ServiceRegistryAbstraction::findRegisteredService("", entries));
-    EXPECT_THAT(registry.requests(), ElementsAre(getOf("/")));
-}
-
-struct ListCase
-{
-    std::string body;
-    std::vector<std::string> names;
-    std::string error; ///< how the one Error line begins; empty for none
-};
-
-class ListBodyTest: public testing::TestWithParam<ListCase>
-{
-};
-
-TEST_P(ListBodyTest, CountsAsReadWhateverItHolds)
-{
-    const ListCase& expected = GetParam();
-    FakeRegistry registry(always(FakeRegistry::answer("200 OK", expected.body)));
-    CapturedLog log;
-    std::vector<MicroServiceInfo> entries;
-    EXPECT_TRUE(ServiceRegistryAbstraction::getServiceList(entries));
-    EXPECT_EQ(namesOf(entries), expected.names);
-    const std::vector<std::string> errors = errorsOf(log);
-    ASSERT_EQ(errors.size(), expected.error.empty() ? 0U : 1U);
-    EXPECT_THAT(errors.empty() ? "" : errors.front(), testing::StartsWith(expected.error));
-}
-
-const std::string PARSE_ERROR = "Failed to parse response from ServiceRegistry.";
-const std::string LIST_ERROR = "Invalid service list returned from ServiceRegistry: ";
-
-INSTANTIATE_TEST_SUITE_P(
-    Bodies, ListBodyTest,
-    testing::Values(ListCase{"", {}, PARSE_ERROR}, ListCase{"hello", {}, PARSE_ERROR}, ListCase{"[]", {}, PARSE_ERROR},
-                    ListCase{"5", {}, PARSE_ERROR}, ListCase{R"({"data":[)", {}, PARSE_ERROR},
-                    ListCase{std::string(100000, '['), {}, PARSE_ERROR},
-                    ListCase{R"({"data":[{"port":1e999}]})", {}, PARSE_ERROR}, ListCase{"{}", {}, ""},
-                    ListCase{R"({"data":5})", {}, ""}, ListCase{R"({"data":{"a":1}})", {}, ""},
-                    ListCase{R"({"data":null})", {}, ""}, ListCase{R"({"data":[]})", {}, ""},
-                    ListCase{R"({"data":[)" + jsonOf("shop", FIRST_ID) + ",5]}", {"shop"}, LIST_ERROR},
-                    ListCase{R"({"data":[)" + jsonOf("shop", FIRST_ID) + ",null," + jsonOf("bank", SECOND_ID) + "]}",
-                             {"shop"},
-                             LIST_ERROR},
-                    ListCase{R"({"data":["a"]})", {}, LIST_ERROR}, ListCase{R"({"data":[[]]})", {}, LIST_ERROR},
-                    ListCase{R"({"data":[{},{"name":7},)" + jsonOf("shop", FIRST_ID) + "]}", {"shop"}, ""}));
-
-TEST(GetServiceListTest, OtherStatusFailsWithItsBodyInTheLog)
-{
-    FakeRegistry registry(always(FakeRegistry::answer("503 Busy", "come back later")));
-    CapturedLog log;
-    std::vector<MicroServiceInfo> entries;
-    EXPECT_FALSE(ServiceRegistryAbstraction::getServiceList(entries));
-    EXPECT_TRUE(log.contains(Message::PRIO_DEBUG, "come back later"));
-    EXPECT_EQ(log.count(Message::PRIO_ERROR), 0U);
-}
-
-TEST(GetServiceListTest, RegistryThatIsDownFails)
-{
-    const ClosedRegistryPort port;
-    CapturedLog log;
-    std::vector<MicroServiceInfo> entries{entryOf("old")};
-    EXPECT_FALSE(ServiceRegistryAbstraction::getServiceList(entries));
-    EXPECT_EQ(entries.size(), 1U);
-    EXPECT_THAT(errorsOf(log), ElementsAre(testing::StartsWith("Exception occured while reading service list: ")));
-}
-
-TEST(ExtractMicroServiceInfosFromResponseTest, TellsWhetherTheListCouldBeRead)
-{
-    CapturedLog log;
-    std::vector<MicroServiceInfo> entries;
-    for (const auto& [text, expected]:
-         std::vector<std::pair<std::string, bool>>{{"nothing", false},
-                                                   {"{}", true},
-                                                   {R"({"data":[5]})", false},
-                                                   {R"({"data":[)" + jsonOf("a", FIRST_ID) + "]}", true}})
-    {
-        std::istringstream stream(text);
-        EXPECT_EQ(Kesa::extractMicroServiceInfosFromResponse(entries, stream), expected) << text;
-    }
-    EXPECT_THAT(namesOf(entries), ElementsAre("a"));
-}
-
 TEST(LogResponseTest, LogsStatusAndHeadersAtTrace)
 {
     Poco::Net::HTTPResponse response(Poco::Net::HTTPResponse::HTTP_NOT_FOUND);
@@ -565,147 +441,29 @@ TEST(ServiceRegistryAbstractionTest, ThreadsDoNotDisturbEachOther)
     EXPECT_EQ(registry.connections(), 8);
 }
 
-// A registry that is broken or hostile
+// The whole connection, to its end: nothing is sent behind the request.
 
-/// Runs the three exchanges one after the other and gives the Error lines of each.
-void expectAllFail(const std::string& reason)
+TEST(WholeConnectionTest, RegistrationIsOneRequest)
 {
-    CapturedLog log;
-    MicroServiceInfo entry = entryOf("shop");
-    EXPECT_FALSE(ServiceRegistryAbstraction::registerService(entry));
-    EXPECT_FALSE(ServiceRegistryAbstraction::unregisterService(entryOf("shop", FIRST_ID)));
-    std::vector<MicroServiceInfo> entries;
-    EXPECT_FALSE(ServiceRegistryAbstraction::getServiceList(entries));
-    EXPECT_THAT(errorsOf(log), ElementsAre("Exception occured while getting service list: " + reason,
-                                           "Exception occured while removal of service registration: " + reason,
-                                           "Failed to remove service registration for service shop",
-                                           "Exception occured while reading service list: " + reason));
-}
-
-/// A clock that runs a hundred times as fast.
-class FastClock
-{
-public:
-    FastClock(): m_ticker([this] { tick(); }) {}
-    ~FastClock()
-    {
-        m_isEnding = true;
-        m_ticker.join();
-    }
-
-private:
-    void tick()
-    {
-        while (!m_isEnding)
-        {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            m_clock.advance(1000);
-        }
-    }
-
-    Kesa::Util::TestClock m_clock;
-    std::atomic<bool> m_isEnding = false;
-    std::thread m_ticker;
-};
-
-const std::string TOO_LATE = "Timeout: the service registry did not complete an exchange within 30 seconds";
-
-void expectAllTimeOut(const Answer& answer)
-{
-    FakeRegistry registry(always(answer));
-    const FastClock clock;
-    expectAllFail(TOO_LATE);
-}
-
-TEST(HostileRegistryTest, OneThatDoesNotReadIsGivenUp)
-{
-    Poco::Net::ServerSocket nobodyAccepts;
-    ClosedRegistryPort::bindRegistryPort(nobodyAccepts);
-    nobodyAccepts.listen(8);
-    MicroServiceInfo entry = entryOf("shop");
-    const std::string text(32 * 1024 * 1024, 'x'); // more than the buffers of the system take
-    entry.setAttribute(new Kesa::Data::Attribute<Kesa::Data::AttributeValueStringable<std::string>>(
-        0, "text", Kesa::Data::AttributeValueStringable<std::string>(text)));
-    const FastClock clock;
-    CapturedLog log;
-    EXPECT_FALSE(ServiceRegistryAbstraction::registerService(entry));
-    EXPECT_THAT(errorsOf(log), ElementsAre("Exception occured while getting service list: " + TOO_LATE));
-}
-
-TEST(HostileRegistryTest, OneThatNeverAnswersIsGivenUp)
-{
-    expectAllTimeOut({"", Answer::HANG});
-}
-
-TEST(HostileRegistryTest, OneThatStopsInItsHeadIsGivenUp)
-{
-    expectAllTimeOut({"HTTP/1.1 200 OK\r\nServer: sl", Answer::HANG});
-}
-
-TEST(HostileRegistryTest, OneThatSendsItsHeadByteByByteIsGivenUp)
-{
-    expectAllTimeOut({"HTTP/1.1 200 OK\r\nServer: ", Answer::DRIP, "slow"});
-}
-
-TEST(HostileRegistryTest, OneThatSendsItsBodyByteByByteIsGivenUp)
-{
-    expectAllTimeOut({"HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", Answer::DRIP, "slow"});
-}
-
-TEST(HostileRegistryTest, EndlessInterimAnswersAreGivenUp)
-{
-    expectAllTimeOut({"", Answer::DRIP, "HTTP/1.1 100 Continue\r\n\r\n"});
-}
-
-TEST(HostileRegistryTest, EndlessHeadIsRefused)
-{
-    FakeRegistry registry(always({"HTTP/1.1 200 OK\r\n", Answer::FLOOD, "More: headers\r\n"}));
-    expectAllFail("Malformed message: Too many header fields");
-}
-
-TEST(HostileRegistryTest, EndlessBodyIsCutOff)
-{
-    FakeRegistry registry(always(
-        {"HTTP/1.1 201 Created\r\nLocation: /" + FIRST_ID + "\r\n\r\n", Answer::FLOOD, std::string(65536, 'x')}));
-    expectAllFail("Data error: the service registry's answer is longer than 65536 bytes");
-}
-
-TEST(HostileRegistryTest, BodyAtTheBoundIsTaken)
-{
-    FakeRegistry registry(
-        always(FakeRegistry::answer("201 Created", std::string(65536, 'x'), "Location: /" + FIRST_ID + "\r\n")));
+    OneConnection registry("\r\n0\r\n\r\n", created("/" + FIRST_ID));
     MicroServiceInfo entry = entryOf("shop");
     EXPECT_TRUE(ServiceRegistryAbstraction::registerService(entry));
+    EXPECT_EQ(registry.bytes(), putOf("shop"));
 }
 
-TEST(HostileRegistryTest, EndlessListIsCutOff)
+TEST(WholeConnectionTest, RemovalIsOneRequest)
 {
-    FakeRegistry registry(always(
-        {"HTTP/1.1 200 OK\r\nContent-Length: 1073741824\r\n\r\n{\"data\":[", Answer::FLOOD, std::string(65536, ' ')}));
-    CapturedLog log;
-    std::vector<MicroServiceInfo> entries;
-    EXPECT_FALSE(ServiceRegistryAbstraction::getServiceList(entries));
-    EXPECT_THAT(errorsOf(log), ElementsAre("Exception occured while reading service list: Data error: the service "
-                                           "registry's answer is longer than 16777216 bytes"));
+    OneConnection registry("\r\n\r\n", FakeRegistry::answer("200 OK"));
+    EXPECT_TRUE(ServiceRegistryAbstraction::unregisterService(entryOf("shop", FIRST_ID)));
+    EXPECT_EQ(registry.bytes(), deleteOf(FIRST_ID));
 }
 
-TEST(HostileRegistryTest, ListThatEndsHalfWayIsNoList)
+TEST(WholeConnectionTest, ListIsOneRequest)
 {
-    FakeRegistry registry(always({"HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{\"data\":[", Answer::CLOSE}));
-    CapturedLog log;
+    OneConnection registry("\r\n\r\n", FakeRegistry::answer("200 OK", R"({"data":[]})"));
     std::vector<MicroServiceInfo> entries;
     EXPECT_TRUE(ServiceRegistryAbstraction::getServiceList(entries));
-    EXPECT_TRUE(entries.empty());
-    EXPECT_THAT(errorsOf(log), ElementsAre(PARSE_ERROR));
-}
-
-TEST(HostileRegistryTest, ConnectionThatClosesWithoutAnAnswerFails)
-{
-    FakeRegistry registry(always({"", Answer::CLOSE}));
-    CapturedLog log;
-    MicroServiceInfo entry = entryOf("shop");
-    EXPECT_FALSE(ServiceRegistryAbstraction::registerService(entry));
-    EXPECT_THAT(errorsOf(log), ElementsAre(testing::StartsWith("Exception occured while getting service list: ")));
+    EXPECT_EQ(registry.bytes(), getOf("/"));
 }
 
 } // namespace

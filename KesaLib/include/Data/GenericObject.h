@@ -10,9 +10,8 @@ namespace Kesa::Data
 /// A data object of the kind `Base` (XObjectBase, ServiceBase or ElementBase) that keeps its attributes in a container.
 ///
 /// Ownership: copies share their attributes; one built from a `Base` has copies of its own.
-/// Errors:    Poco::InvalidAccessException where an attribute is absent or of another type, and for a text that is no
-/// id
-///            or URI.
+/// Errors:    Poco::InvalidAccessException where an attribute is absent or of another type, and for a text that stands
+///            for no id or URI.
 /// Threads:   no locks.
 template <class Base>
 class KESA_API GenericObject: public Base

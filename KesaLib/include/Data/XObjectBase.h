@@ -59,6 +59,8 @@ protected:
     XObjectBase& operator=(const XObjectBase& other);
     XObjectBase& operator=(XObjectBase&& other) noexcept;
 
+    /// Sets `id` if `text` is the text of a UUID, of 36 characters. False, with `id` unspecified, for any other text.
+    static bool tryParseId(const std::string& text, Poco::UUID& id);
     /// The id or URI that a text stands for. Raise Poco::InvalidAccessException if it stands for none.
     static Poco::UUID parseId(const std::string& text);
     static Poco::URI parseUri(const std::string& text);

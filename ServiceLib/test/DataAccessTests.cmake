@@ -1,0 +1,4 @@
+kesa_service_test(ServiceDataAccessTest
+    QueryResponseTest.cpp
+    ServiceDataAccessPointTest.cpp
+    VersionCheckTest.cpp)
