@@ -65,7 +65,7 @@ const char PARAMETERS[] = R"({
         "schema": {"type": "string"}}})";
 
 const char HEADERS[] = R"({
-    "etag": {"description": "The tag of the element's state", "schema": {"type": "string"}},
+    "etag": {"description": "The tag of the element's state; only with the whole element", "schema": {"type": "string"}},
     "location": {"description": "The path of the new element", "schema": {"type": "string"}},
     "allow": {"description": "The methods that the URL knows", "schema": {"type": "string"}}})";
 
