@@ -4,14 +4,12 @@
 
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
-#include <Poco/SharedPtr.h>
 
 #include <string>
 #include <vector>
 
 namespace Kesa::Command
 {
-class FilterParameter;
 class RequestBase;
 class ResponseObject;
 } // namespace Kesa::Command
@@ -45,19 +43,23 @@ public:
     /// The objects: those of the list, or the one.
     const std::vector<DataRow>& rows() const { return m_rows; }
     std::vector<DataRow>& rows() { return m_rows; }
-    /// True if `$fields` selects members.
-    bool hasFields() const { return !m_fields.isNull(); }
-    /// True if the member belongs to the answer.
-    bool isSelected(const std::string& member) const;
-
     /// Makes it the data of `response`, or a refusal its error status.
     void fill(Command::ResponseObject& response) const;
     /// The text of an HTTP answer, `{"data":...,"paging":...,"status":"ok"}`; not for a refusal.
     std::string toJsonString() const;
 
 private:
+    /// A member that `$fields` names.
+    struct Field
+    {
+        std::string name;
+        std::string prefix; ///< what stands before its value in a text: `"name":`
+    };
+
     DataAnswer() = default;
     void select(const Command::RequestBase& request);
+    template <class Action>
+    void forEachSelected(const Poco::JSON::Object& object, Action action) const;
     Poco::JSON::Object::Ptr selected(const DataRow& row) const;
     void appendRow(std::string& out, const DataRow& row) const;
 
@@ -65,8 +67,9 @@ private:
     std::string m_message;
     bool m_isList = false;
     std::vector<DataRow> m_rows;
-    Poco::SharedPtr<Command::FilterParameter> m_fields; ///< null: all members
-    Poco::JSON::Object::Ptr m_paging;                   ///< null: no paging block
+    bool m_selects = false;           ///< only the members in m_fields belong to the answer
+    std::vector<Field> m_fields;      ///< in the order of their names
+    Poco::JSON::Object::Ptr m_paging; ///< null: no paging block
 };
 
 } // namespace Kesa::Host

@@ -7,6 +7,9 @@
 #include "Command/RequestBase.h"
 #include "Command/ResponseObject.h"
 
+#include <algorithm>
+#include <set>
+
 namespace Kesa::Host
 {
 
@@ -45,24 +48,44 @@ void DataAnswer::select(const RequestBase& request)
 {
     std::vector<Poco::SharedPtr<FilterParameter>> criteria;
     request.extractRenderCriteria(criteria);
-    if (!criteria.empty() && criteria.front()->isValid())
-        m_fields = criteria.front();
+    if (criteria.empty() || !criteria.front()->isValid())
+        return;
+    m_selects = true;
+    std::set<std::string> names = {"id", "uri"}; // without them nobody could tell what the object is
+    for (const auto& field: criteria.front()->getFields())
+        names.insert(field.getName());
+    for (const std::string& name: names)
+    {
+        std::string prefix;
+        Command::appendJsonString(prefix, name);
+        m_fields.push_back({name, prefix + ':'});
+    }
 }
 
-bool DataAnswer::isSelected(const std::string& member) const
+/// Calls `action` with the field and the value of each selected member. Both the object's members and the fields come
+/// in the order of their names.
+template <class Action>
+void DataAnswer::forEachSelected(const Object& object, Action action) const
 {
-    // Without id and uri nobody could tell what the object is.
-    return m_fields.isNull() || member == "id" || member == "uri" || m_fields->contains(member);
+    const auto isBefore = [](const Field& field, const std::string& name) { return field.name < name; };
+    auto field = m_fields.begin();
+    for (const auto& [name, value]: object)
+    {
+        field = std::lower_bound(field, m_fields.end(), name, isBefore);
+        if (field == m_fields.end())
+            return;
+        if (field->name == name)
+            action(*field, value);
+    }
 }
 
 Object::Ptr DataAnswer::selected(const DataRow& row) const
 {
-    if (m_fields.isNull())
+    if (!m_selects)
         return row.json();
     Object::Ptr object = new Object;
-    for (const auto& [name, value]: *row.json())
-        if (isSelected(name))
-            object->set(name, value);
+    forEachSelected(*row.json(),
+                    [&object](const Field& field, const Poco::Dynamic::Var& value) { object->set(field.name, value); });
     return object;
 }
 
@@ -81,19 +104,17 @@ void DataAnswer::fill(Command::ResponseObject& response) const
 
 void DataAnswer::appendRow(std::string& out, const DataRow& row) const
 {
-    if (m_fields.isNull())
+    if (!m_selects)
         return row.appendText(out);
     char separator = '{';
-    for (const auto& [name, value]: *row.json())
-    {
-        if (!isSelected(name))
-            continue;
-        out += separator;
-        separator = ',';
-        Command::appendJsonString(out, name);
-        out += ':';
-        Command::appendJson(out, value);
-    }
+    forEachSelected(*row.json(),
+                    [&](const Field& field, const Poco::Dynamic::Var& value)
+                    {
+                        out += separator;
+                        separator = ',';
+                        out += field.prefix;
+                        Command::appendJson(out, value);
+                    });
     out += separator == '{' ? "{}" : "}";
 }
 

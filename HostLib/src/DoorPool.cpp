@@ -49,6 +49,12 @@ void DoorPool::submit(Connection connection)
     }
 }
 
+bool DoorPool::isCalm() const
+{
+    ScopedLock<FastMutex> lock(m_mutex);
+    return m_queue.empty() && !m_isStopping && 2 * (m_threads.size() - m_free) <= m_maxThreads;
+}
+
 void DoorPool::stop()
 {
     std::deque<Connection> dropped;

@@ -37,6 +37,9 @@ public:
     void start(unsigned threads);
     /// Hands a connection with a whole request to the next free thread. Dropped after stop().
     void submit(Connection connection);
+    /// True if nobody waits for a thread, and half of the threads that there may be are enough for those at work: then
+    /// one of these may look after a single client for a moment.
+    bool isCalm() const;
     void stop();
 
 private:
@@ -45,7 +48,7 @@ private:
     Connection next();
 
     const Job m_job;
-    Kesa::Util::FastMutex m_mutex;
+    mutable Kesa::Util::FastMutex m_mutex;
     std::condition_variable_any m_hasWork;
     std::vector<std::thread> m_threads KESA_GUARDED_BY(m_mutex);
     std::size_t m_maxThreads KESA_GUARDED_BY(m_mutex) = 0;

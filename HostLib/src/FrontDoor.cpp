@@ -6,6 +6,7 @@
 #include "LibraryThread.h"
 #include "Listener.h"
 #include "LogStream.h"
+#include "NextRequest.h"
 #include "RequestRunner.h"
 
 #include <Poco/Exception.h>
@@ -38,7 +39,9 @@ struct FrontDoor::Parts
     /// On a thread of the pool.
     void serve(DoorPool::Connection connection)
     {
-        runner.serve(*connection);
+        do
+            runner.serve(*connection);
+        while (!connection->isTaken && pool.isCalm() && !shared->isStopping && NextRequest::arrives(*connection));
         if (!connection->isTaken)
             return loop->giveBack(std::move(connection));
         connection.reset();
