@@ -11,26 +11,10 @@
 
 #include <Poco/Net/HTTPServerRequest.h>
 
-#include <algorithm>
-
 namespace Kesa::Host
 {
 
 using Poco::Net::HTTPServerRequest;
-
-namespace
-{
-/// Where the client reached the service: as it says itself, or the address if that is no plain name.
-std::string authority(const HTTPServerRequest& request)
-{
-    const std::string host = request.get("Host", "");
-    const bool isPlain =
-        std::all_of(host.begin(), host.end(),
-                    [](unsigned char c)
-                    { return c < 0x80 && (std::isalnum(c) || std::string(".-:[]").find(c) != std::string::npos); });
-    return host.empty() || !isPlain ? request.serverAddress().toString() : host;
-}
-} // namespace
 
 RestAnswer SpecReader::read(const HTTPServerRequest& request, const Command::RequestBase& wanted,
                             Service::ServiceDataAccessPoint& data, const std::string& version)
@@ -45,9 +29,11 @@ RestAnswer SpecReader::read(const HTTPServerRequest& request, const Command::Req
     if (formats.size() > 1 || (format != "openapi" && format != "asyncapi"))
         return RestAnswer::error(400, "The parameter \"format\" is openapi or asyncapi, once.");
     const ServiceContract contract(data, service, version.empty() ? "0.0.0" : version);
+    // Where the client reached the service, as it says itself; the front door has judged that.
+    const std::string authority = request.get("Host", request.serverAddress().toString());
     RestAnswer answer;
     Command::appendJson(answer.body, format == "openapi" ? OpenApiDocument::write(contract)
-                                                         : AsyncApiDocument::write(contract, authority(request)));
+                                                         : AsyncApiDocument::write(contract, authority));
     return answer;
 }
 
