@@ -63,12 +63,26 @@ void checkName(const std::string& kind, const std::string& name)
             "': a name has 1 to 64 of the characters A-Z a-z 0-9 . _ - and does not begin with a dot");
 }
 
+/// Whether `specification` is a JSON object, with schemas under `properties` if it has that.
+bool isSchema(const std::string& specification)
+{
+    Object::Ptr schema;
+    if (!Util::JSONTools::parseJSONString(specification, schema))
+        return false;
+    if (!schema->has("properties"))
+        return true;
+    const Object::Ptr properties = schema->getObject("properties");
+    return !properties.isNull() &&
+           std::all_of(properties->begin(), properties->end(),
+                       [](const auto& property)
+                       { return property.second.isBoolean() || Command::asObject(property.second); });
+}
+
 void checkSpecification(const std::string& resource, const std::string& specification)
 {
-    Object::Ptr parsed;
-    if (!specification.empty() && !Util::JSONTools::parseJSONString(specification, parsed))
+    if (!specification.empty() && !isSchema(specification))
         throw Poco::InvalidArgumentException("The specification of the resource '" + resource +
-                                             "' is no JSON object: " + specification);
+                                             "' is no JSON Schema object: " + specification);
 }
 
 /// Whether `text` is a UUID in its usual form, the only one in which an element is known.
@@ -157,10 +171,27 @@ UpdateResult judgeSize(const DocumentDataAccessPoint::Limits& limits, std::size_
     return UpdateResult::OK;
 }
 
+/// Whether the name of a member, at any depth, holds the character zero, at which POCO's parser would end it.
+bool hasZeroInName(const Poco::Dynamic::Var& value, int depth = 0)
+{
+    if (depth >= Command::MAX_JSON_DEPTH) // refused for its depth
+        return false;
+    const auto isBad = [&](const Poco::Dynamic::Var& part) { return hasZeroInName(part, depth + 1); };
+    if (const Poco::JSON::Array* array = Command::asArray(value))
+        return std::any_of(array->begin(), array->end(), isBad);
+    if (const Object* object = Command::asObject(value))
+        return std::any_of(object->begin(), object->end(),
+                           [&](const auto& member)
+                           { return member.first.find('\0') != std::string::npos || isBad(member.second); });
+    return false;
+}
+
 /// Sets `element` to a new one of these members. Gives what is wrong with them, or an empty text.
 std::string build(const std::string& service, const std::string& resource, XObjectId number, const Object::Ptr& members,
                   StoredElement::Ptr& element)
 {
+    if (hasZeroInName(members))
+        return "The name of a member holds the character U+0000, which cannot be kept.";
     try
     {
         std::string text;
@@ -206,20 +237,21 @@ UpdateResult DocumentDataAccessPoint::Parts::keep(DocumentDataAccessPoint& store
                                         old.isNull() ? nextNumber() : old->getXObjectId(), members, element);
         !fault.empty())
         return {UpdateResult::INVALID_OBJECT, fault};
-    const std::size_t before = old.isNull() ? 0 : old->text().size();
-    if (!old.isNull() && old->text() == element->text())
+    const std::size_t before = old.isNull() ? 0 : old->jsonText().size();
+    if (!old.isNull() && old->jsonText() == element->jsonText())
         return UpdateResult::NO_UPDATE;
-    if (const UpdateResult fits = judgeSize(limits, element->text().size(), totalBytes - before); !fits.success())
+    if (const UpdateResult fits = judgeSize(limits, element->jsonText().size(), totalBytes - before); !fits.success())
         return fits;
     try
     {
-        old.isNull() ? store.writeInserted(address, element->text()) : store.writeUpdated(address, element->text());
+        old.isNull() ? store.writeInserted(address, element->jsonText())
+                     : store.writeUpdated(address, element->jsonText());
     }
     catch (const Poco::Exception& e)
     {
         return notWritten(path, e);
     }
-    totalBytes += element->text().size() - before;
+    totalBytes += element->jsonText().size() - before;
     resource.put(element);
     UpdateResult result(UpdateResult::OK);
     if (old.isNull())
@@ -427,7 +459,7 @@ UpdateResult DocumentDataAccessPoint::update(const Address& address, const Objec
     const StoredElement::Ptr old = resource->find(address.id);
     if (old.isNull())
         return noElement(resource->path() + "/" + address.id);
-    const Object* base = mode == Mode::MERGE ? &old->document() : nullptr;
+    const Object* base = mode == Mode::MERGE ? old->sharedJson().get() : nullptr;
     return m_parts->keep(*this, address, *resource, old, joined(base, members));
 }
 
@@ -448,7 +480,7 @@ UpdateResult DocumentDataAccessPoint::remove(const Address& address)
     {
         return notWritten(resource->path() + "/" + address.id, e);
     }
-    m_parts->totalBytes -= old->text().size();
+    m_parts->totalBytes -= old->jsonText().size();
     resource->remove(address.id);
     return UpdateResult::OK;
 }

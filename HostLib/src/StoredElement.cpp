@@ -28,7 +28,7 @@ std::string write(const Object::Ptr& document)
 
 std::unique_ptr<const ElementGeneric> makeAttributes(const StoredElement& element)
 {
-    const Object& document = element.document();
+    const Object& document = *element.sharedJson();
     const Poco::URI uri(document.getValue<std::string>(XObjectBase::KEY_URI));
     auto attributes = std::make_unique<ElementGeneric>(uri, std::string(), element.getXObjectId());
     attributes->removeValue(XObjectBase::KEY_NAME);

@@ -23,10 +23,7 @@ public:
                   const std::string& text);
     ~StoredElement() override;
 
-    /// The element as JSON. Shared by all readers: nobody changes it.
-    const Poco::JSON::Object& document() const { return *m_document; }
     const Poco::JSON::Object::Ptr& sharedJson() const override { return m_document; }
-    const std::string& text() const { return m_text; }
     const std::string& jsonText() const override { return m_text; }
     const std::string& id() const { return m_id; }
 

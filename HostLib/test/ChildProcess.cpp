@@ -3,6 +3,7 @@
 #include "TestTools.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -10,17 +11,24 @@
 #include <unistd.h>
 
 ChildProcess::ChildProcess(const std::string& program, const std::string& argument)
+    : ChildProcess(program, argument.empty() ? std::vector<std::string>() : std::vector<std::string>{argument})
 {
+}
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
+{
+    std::vector<char*> words{const_cast<char*>(program.c_str())};
+    for (const std::string& argument: arguments)
+        words.push_back(const_cast<char*>(argument.c_str()));
+    words.push_back(nullptr);
     int ends[2];
-    if (::pipe(ends) != 0)
+    if (::pipe2(ends, O_CLOEXEC) != 0)
         throw std::runtime_error("no pipe");
     m_process = ::fork();
     if (m_process == 0)
     {
         ::dup2(ends[1], STDOUT_FILENO);
-        ::close(ends[0]);
-        ::close(ends[1]);
-        ::execl(program.c_str(), program.c_str(), argument.empty() ? nullptr : argument.c_str(), nullptr);
+        ::execv(program.c_str(), words.data());
         ::_exit(127);
     }
     ::close(ends[1]);

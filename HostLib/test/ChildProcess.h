@@ -3,11 +3,14 @@
 #include <optional>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 /// A program that a test runs beside itself. Killed at the end, if it has not ended by then.
 class ChildProcess
 {
 public:
+    ChildProcess(const std::string& program, const std::vector<std::string>& arguments);
+    /// With one argument, or none if it is empty.
     ChildProcess(const std::string& program, const std::string& argument);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;

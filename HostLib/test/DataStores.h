@@ -1,6 +1,7 @@
 #pragma once
 
 #include "InMemoryDataAccessPoint.h"
+#include "SqliteDataAccessPoint.h"
 
 #include <Poco/JSON/Parser.h>
 

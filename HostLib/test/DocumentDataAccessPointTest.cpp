@@ -1,4 +1,5 @@
 #include "DataStores.h"
+#include "StoreFolder.h"
 
 #include <Data/ElementGeneric.h>
 
@@ -92,8 +93,8 @@ TEST_P(DocumentDataAccessPointTest, DeclarationsThatCannotBeAreRefused)
     EXPECT_THROW(m_store->addService("shop"), Poco::ExistsException);
     EXPECT_THROW(m_store->addResource("shop", "boxes"), Poco::ExistsException);
     EXPECT_THROW(m_store->addResource("bank", "coins"), Poco::NotFoundException);
-    EXPECT_THROW(m_store->addResource("shop", "coins", "", "no JSON"), Poco::InvalidArgumentException);
-    EXPECT_THROW(m_store->addResource("shop", "coins", "", "[]"), Poco::InvalidArgumentException);
+    for (const char* text: {"no JSON", "[]", R"({"properties":[]})", R"({"properties":{"a":"integer"}})"})
+        EXPECT_THROW(m_store->addResource("shop", "coins", "", text), Poco::InvalidArgumentException) << text;
     EXPECT_TRUE(m_store->getResource("shop", "coins").isNull());
 }
 
@@ -350,6 +351,11 @@ TEST_P(DocumentDataAccessPointTest, WhatJsonCannotHoldIsNotStoredAsSomethingElse
         nest = outer;
     }
     EXPECT_EQ(m_store->insertElement("shop", "boxes", nest).value(), UpdateResult::INVALID_OBJECT);
+
+    Poco::JSON::Object::Ptr zero = object(R"({"list":[{}]})");
+    zero->getArray("list")->getObject(0)->set(std::string("a\0b", 3), 1);
+    EXPECT_EQ(m_store->insertElement("shop", "boxes", zero).value(), UpdateResult::INVALID_OBJECT);
+    EXPECT_THAT(m_store->insertElement("shop", "boxes", zero).message(), HasSubstr("U+0000"));
     EXPECT_EQ(m_store->getElements("shop", "boxes").size(), 1U);
 }
 
@@ -384,10 +390,19 @@ TEST_P(DocumentDataAccessPointTest, BoundsAreToldAndNothingChanges)
     EXPECT_EQ(store->getElements("shop", "boxes").size(), 1U);
 }
 
+Store::Ptr createInMemory(const Store::Limits& limits)
+{
+    return new Kesa::Host::InMemoryDataAccessPoint(limits);
+}
+
+Store::Ptr createOnSqlite(const Store::Limits& limits)
+{
+    static const StoreFolder folder;
+    return new Kesa::Host::SqliteDataAccessPoint(folder.newFile(), limits);
+}
+
 INSTANTIATE_TEST_SUITE_P(Stores, DocumentDataAccessPointTest,
-                         testing::Values(Kind{"InMemory",
-                                              [](const Store::Limits& limits) -> Store::Ptr
-                                              { return new Kesa::Host::InMemoryDataAccessPoint(limits); }}),
+                         testing::Values(Kind{"InMemory", createInMemory}, Kind{"OnSqlite", createOnSqlite}),
                          [](const auto& row) { return row.param.name; });
 
 } // namespace

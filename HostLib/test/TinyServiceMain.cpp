@@ -1,5 +1,6 @@
 // A process for tests: the tiny service on a port that the system chooses. With a number as its argument it has to do
-// with so many descriptors; with "fail-start" its start fails; with "slow-stop" its stop does not end by itself.
+// with so many descriptors; with "fail-start" its start fails; with "slow-stop" its stop does not end by itself;
+// with "name=shop" it registers under that name.
 
 #include "TinyService.h"
 
@@ -43,6 +44,9 @@ int main(int argc, char** argv)
     }
     TinyService service;
     service.startSucceeds = argument != "fail-start";
-    Kesa::Host::ServiceHost host(service, {});
+    Kesa::Host::ServiceHost::Options options;
+    if (argument.compare(0, 5, "name=") == 0)
+        options.name = argument.substr(5);
+    Kesa::Host::ServiceHost host(service, options);
     return host.run();
 }

@@ -223,7 +223,7 @@ MicroServiceInfo* MicroServiceInfo::FromJson(const Poco::JSON::Object::Ptr& obje
         }
         return entry.release();
     }
-    catch (const std::exception&) // an id or URI that is none, a value that has no form in JSON
+    catch (const std::exception&) // an id or URI that is none
     {
         return nullptr;
     }

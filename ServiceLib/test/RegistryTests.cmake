@@ -1,6 +1,11 @@
 # The registry's address is fixed, so whatever listens there runs alone.
 kesa_test(ServiceRegistryTest
-    SOURCES HostileRegistryTest.cpp ServiceListTest.cpp ServiceRegistrationHelperTest.cpp ServiceRegistryTest.cpp
+    SOURCES
+        HostileRegistryTest.cpp
+        RegistryExchangeLimitTest.cpp
+        ServiceListTest.cpp
+        ServiceRegistrationHelperTest.cpp
+        ServiceRegistryTest.cpp
     LIBRARIES Kesa::ServiceLib
     RESOURCE_LOCK kesa-registry-port)
 
