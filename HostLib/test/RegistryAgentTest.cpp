@@ -35,7 +35,7 @@ using testing::StartsWith;
 namespace
 {
 
-const RegistryAgent::Times QUICK{50, 10};
+const RegistryAgent::Times QUICK{50, 50, 10};
 
 bool isPut(const std::string& request)
 {
@@ -69,7 +69,7 @@ TEST(RegistryAgentTest, RegistersTheServiceAndUnregistersIt)
 TEST(RegistryAgentTest, RegistersOnce)
 {
     MemoryRegistry registry;
-    RegistryAgent agent(entryOf("shop"), {1, 1});
+    RegistryAgent agent(entryOf("shop"), {1, 1, 1});
     agent.start();
     ASSERT_TRUE(eventually([&] { return registry.count("GET /?name=shop") > 0; }));
     agent.stop();
@@ -102,7 +102,7 @@ TEST(RegistryAgentTest, StopsBeforeItsStartAndTwice)
 TEST(RegistryAgentTest, RegistersWhenTheRegistryAppears)
 {
     CapturedLog log;
-    RegistryAgent agent(entryOf("shop"), {20, 1});
+    RegistryAgent agent(entryOf("shop"), {20, 60000, 1});
     {
         const ClosedRegistryPort nobody;
         agent.start();
@@ -132,7 +132,7 @@ TEST(RegistryAgentTest, TellsOnceOfARegistryThatRefuses)
                 return FakeRegistry::answer("503 Service Unavailable");
             return std::nullopt;
         });
-    RegistryAgent agent(entryOf("shop"), {5, 1});
+    RegistryAgent agent(entryOf("shop"), {60000, 5, 1});
     agent.start();
     ASSERT_TRUE(eventually([&] { return !agent.id().empty(); }));
     EXPECT_EQ(registry.count("PUT /shop"), 4);
@@ -189,7 +189,7 @@ TEST(RegistryAgentTest, TriesAgainWhereTheRegistryDoesNotTellWhatItHolds)
             return std::nullopt;
         });
     const std::string leftBehind = registry.add("shop", "127.0.0.1", 8080);
-    RegistryAgent agent(entryOf("shop"), {5, 1});
+    RegistryAgent agent(entryOf("shop"), {60000, 5, 1});
     agent.start();
     ASSERT_TRUE(eventually([&] { return registry.count("DELETE /" + leftBehind) == 1; }));
     EXPECT_EQ(registry.count("PUT /shop"), 1);
@@ -207,7 +207,7 @@ TEST(RegistryAgentTest, RemovesAtItsStopWhatALostAnswerLeftBehind)
             return MemoryRegistry::Answer{"", MemoryRegistry::Answer::CLOSE};
         });
     known = &registry;
-    RegistryAgent agent(entryOf("shop"), {60000, 1});
+    RegistryAgent agent(entryOf("shop"), {60000, 60000, 1});
     agent.start();
     ASSERT_TRUE(eventually([&] { return registry.count("PUT /shop") == 1; }));
     agent.stop();
@@ -381,13 +381,13 @@ TEST(RegistryAgentTest, RegistersWithoutAThreadForTheMonitor)
     while (pool.available() > 0)
         pool.start(waiting);
     MemoryRegistry registry;
-    RegistryAgent agent(entryOf("shop"), QUICK);
+    RegistryAgent agent(entryOf("shop"), {1, 1, 1});
     agent.start();
     EXPECT_TRUE(eventually([&] { return !agent.id().empty(); }));
-    EXPECT_TRUE(log.containsPart(Message::PRIO_WARNING, "cannot be watched"));
     release.set();
     EXPECT_TRUE(log.waitFor(Message::PRIO_TRACE,
                             "SRServiceMonitor::addUUID Service id " + agent.id() + " added to SRMonitor."));
+    EXPECT_THAT(textsOf(log, Message::PRIO_WARNING), ElementsAre(HasSubstr("cannot be watched"))) << "told once";
     agent.stop();
     pool.joinAll();
 }

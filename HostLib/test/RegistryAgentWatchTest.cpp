@@ -23,7 +23,7 @@ namespace
 /// Registers at once, and comes back at once.
 std::unique_ptr<RegistryAgent> startAgent(const std::string& name)
 {
-    auto agent = std::make_unique<RegistryAgent>(entryOf(name), RegistryAgent::Times{60000, 1});
+    auto agent = std::make_unique<RegistryAgent>(entryOf(name), RegistryAgent::Times{60000, 60000, 1});
     agent->start();
     EXPECT_TRUE(eventually([&] { return !agent->id().empty(); }));
     return agent;
