@@ -52,7 +52,7 @@ public:
     void addService(const std::string& name, const std::string& description = std::string());
     /// Declares a resource, with the elements that are kept of it. `specification`: empty, or the text of a JSON Schema
     /// object whose `properties` are the members that elements have; the store itself does not enforce it. Raises as
-    /// addService(), also Poco::InvalidArgumentException for a specification that is no JSON object, and
+    /// addService(), also Poco::InvalidArgumentException for a specification that is none, and
     /// Poco::NotFoundException if the service is not declared; and what reading the kept elements raises.
     void addResource(const std::string& service, const std::string& name,
                      const std::string& description = std::string(), const std::string& specification = std::string());

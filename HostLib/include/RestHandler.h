@@ -27,6 +27,8 @@ namespace Kesa::Host
 /// | POST on an element                      | update of the members given: 200                                   |
 /// | DELETE on an element                    | 200; with `$fields` only those members go                          |
 /// | OPTIONS                                 | the methods that the URL knows, in `Allow`                         |
+/// | GET of `/service/$spec`                 | the service's OpenAPI document as it stands, or with               |
+/// |                                         | `format=asyncapi` the AsyncAPI document of its websocket           |
 ///
 /// A whole element comes with an `ETag`, and `If-Match` and `If-None-Match` hold for it. Whatever fails is answered
 /// with an error document. Writing needs a DataAccessTrigger: the data of any other trigger are only read.

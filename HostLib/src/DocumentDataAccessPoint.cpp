@@ -63,12 +63,26 @@ void checkName(const std::string& kind, const std::string& name)
             "': a name has 1 to 64 of the characters A-Z a-z 0-9 . _ - and does not begin with a dot");
 }
 
+/// Whether `specification` is a JSON object, with schemas under `properties` if it has that.
+bool isSchema(const std::string& specification)
+{
+    Object::Ptr schema;
+    if (!Util::JSONTools::parseJSONString(specification, schema))
+        return false;
+    if (!schema->has("properties"))
+        return true;
+    const Object::Ptr properties = schema->getObject("properties");
+    return !properties.isNull() &&
+           std::all_of(properties->begin(), properties->end(),
+                       [](const auto& property)
+                       { return property.second.isBoolean() || Command::asObject(property.second); });
+}
+
 void checkSpecification(const std::string& resource, const std::string& specification)
 {
-    Object::Ptr parsed;
-    if (!specification.empty() && !Util::JSONTools::parseJSONString(specification, parsed))
+    if (!specification.empty() && !isSchema(specification))
         throw Poco::InvalidArgumentException("The specification of the resource '" + resource +
-                                             "' is no JSON object: " + specification);
+                                             "' is no JSON Schema object: " + specification);
 }
 
 /// Whether `text` is a UUID in its usual form, the only one in which an element is known.

@@ -7,6 +7,7 @@
 #include "RequestTarget.h"
 #include "RestReader.h"
 #include "RestWriter.h"
+#include "SpecReader.h"
 
 #include "Command/RequestBase.h"
 #include "VersionCheck.h"
@@ -144,6 +145,8 @@ RestAnswer RestHandler::Parts::answerAt(HTTPServerRequest& request, HTTPServerRe
         return options(allowed);
     if (method != HTTPRequest::HTTP_GET && method != HTTPRequest::HTTP_HEAD)
         return writer.write(request, response, wanted, *store);
+    if (wanted.getUrlPath().getCharacteristic() == UrlPath::SERVICE_SPEC && !store.isNull())
+        return SpecReader::read(request, wanted, store->data(), apiVersions.empty() ? "" : apiVersions.front());
     return store.isNull() ? RestReader::read(request, wanted, *trigger) : RestReader::read(request, wanted, *store);
 }
 

@@ -51,9 +51,11 @@ void syncDirectory(const std::string& path)
     const std::string directory = std::filesystem::path(path).parent_path().string();
     const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const bool isSynced = descriptor >= 0 && ::fsync(descriptor) == 0;
-    ::close(descriptor);
+    const std::string reason = Poco::Error::getMessage(errno);
+    if (descriptor >= 0)
+        ::close(descriptor);
     if (!isSynced)
-        failWithErrno("The directory " + directory + " of a new store cannot be synced");
+        throw Poco::FileException("The directory " + directory + " of a new store cannot be synced: " + reason);
 }
 
 /// Makes a new file under another name first, so that a file of the right name is whole, and an empty one damaged.
@@ -139,7 +141,8 @@ Poco::UInt32 checksumOf(const SqliteFile::Row& row)
 } // namespace
 
 SqliteFile::SqliteFile(const std::string& path)
-try : m_path(std::filesystem::weakly_canonical(path).string()), m_lock(m_path), m_session(begin(m_path))
+try : m_path(std::filesystem::weakly_canonical(std::filesystem::absolute(path)).string()), m_lock(m_path),
+    m_session(begin(m_path))
 {
     readAll();
     beginToWrite();

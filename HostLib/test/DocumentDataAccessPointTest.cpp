@@ -93,8 +93,8 @@ TEST_P(DocumentDataAccessPointTest, DeclarationsThatCannotBeAreRefused)
     EXPECT_THROW(m_store->addService("shop"), Poco::ExistsException);
     EXPECT_THROW(m_store->addResource("shop", "boxes"), Poco::ExistsException);
     EXPECT_THROW(m_store->addResource("bank", "coins"), Poco::NotFoundException);
-    EXPECT_THROW(m_store->addResource("shop", "coins", "", "no JSON"), Poco::InvalidArgumentException);
-    EXPECT_THROW(m_store->addResource("shop", "coins", "", "[]"), Poco::InvalidArgumentException);
+    for (const char* text: {"no JSON", "[]", R"({"properties":[]})", R"({"properties":{"a":"integer"}})"})
+        EXPECT_THROW(m_store->addResource("shop", "coins", "", text), Poco::InvalidArgumentException) << text;
     EXPECT_TRUE(m_store->getResource("shop", "coins").isNull());
 }
 

@@ -132,6 +132,16 @@ TEST_F(SqliteDataAccessPointTest, OtherProgramsCannotWriteToAFileInUse)
     EXPECT_EQ(store->insertElement("shop", "boxes", object("{}")).value(), UpdateResult::OK);
 }
 
+TEST_F(SqliteDataAccessPointTest, NameMayBeRelativeToTheWorkingDirectory)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(std::filesystem::path(m_file).parent_path());
+    for (const char* name: {"a.db", "./a.db"})
+        EXPECT_NO_THROW(SqliteDataAccessPoint store(name));
+    std::filesystem::current_path(before);
+    EXPECT_THAT(m_folder.names(), ElementsAre("a.db"));
+}
+
 TEST_F(SqliteDataAccessPointTest, DirectoryThatIsNotThereIsTold)
 {
     EXPECT_THROW(SqliteDataAccessPoint(m_folder.file("nowhere/shop.db")), Poco::FileException);

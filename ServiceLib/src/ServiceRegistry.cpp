@@ -26,8 +26,8 @@ namespace
 const std::size_t COPY_BUFFER_SIZE = 8192;
 /// Beyond this an answer of the registry is no list of services any more, but would fill the memory.
 const std::size_t LARGEST_LIST = 16 * 1024 * 1024;
-/// Parsed, the smallest part of a list takes a hundred times the room and more of its text, so their number is bounded
-/// too: this is room for the 20,000 entries of a full registry with 25 parts each.
+/// A list of empty objects takes three hundred times the room of its text once it is parsed, so the number of parts is
+/// bounded too: this is room for the 20,000 entries of a full registry with 25 parts each.
 const std::size_t MOST_PARTS = 500000;
 /// Bodies that are only logged are a line or two; this bounds what a broken registry puts into the log.
 const std::size_t LARGEST_LOGGED_BODY = 64 * 1024;
