@@ -214,11 +214,13 @@ void DocumentDataAccessPoint::addResource(const std::string& service, const std:
     if (!findResource(service, name).isNull())
         throw Poco::ExistsException("The resource '" + name + "' is declared already");
     StoredResource::Ptr resource = new StoredResource(service, name, description, specification, nextNumber());
-    for (Document& document: readDocuments(service, name))
+    std::size_t bytes = 0;
+    for (const Document& document: readDocuments(service, name))
     {
-        m_parts->totalBytes += document.text.size();
-        resource->put(new StoredElement(service, name, nextNumber(), std::move(document.text)));
+        bytes += document.text.size();
+        resource->put(new StoredElement(service, name, nextNumber(), document.text));
     }
+    m_parts->totalBytes += bytes;
     Util::WriteLock guard(m_parts->lock);
     findService(m_parts->services, service)->resources.push_back(resource);
 }
