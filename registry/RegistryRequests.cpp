@@ -3,7 +3,6 @@
 #include "Names.h"
 #include "RefusedRequest.h"
 #include "RegistryService.h"
-#include "RequestBody.h"
 
 #include <ErrorDocument.h>
 #include <RequestTarget.h>
@@ -12,8 +11,6 @@
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/String.h>
 #include <Poco/URI.h>
-
-#include <chrono>
 
 namespace Kesa::Registry
 {
@@ -147,25 +144,12 @@ void RegistryRequests::registerService(const std::string& name, Request& request
     if (!isServiceName(name))
         throw RefusedRequest(400, "The URL's name is no name of a service: 1 to " + std::to_string(MAX_NAME) +
                                       " of A-Z a-z 0-9 . _ -, not \"registry\", and no UUID.");
-    const EntryPtr entry = m_reader.readRegistration(name, readTurn(request, response));
+    const EntryPtr entry = m_reader.readRegistration(name, readBody(request, response, MAX_BODY, m_turns));
     if (!isDone(m_service.add(entry), response))
         return;
     response.setStatusAndReason(HTTPResponse::HTTP_CREATED);
     response.set("Location", "/" + entry->id);
     sendText(response, "{\"data\":{\"id\":\"" + entry->id + "\"},\"status\":\"ok\"}");
-}
-
-/// The request's body, read when it is this request's turn.
-std::string RegistryRequests::readTurn(Request& request, Response& response)
-{
-    if (!m_bodies.try_acquire_for(std::chrono::milliseconds(BODY_TURN)))
-        throw RefusedRequest(503, "Too many registrations are under way; try again.");
-    struct Turn
-    {
-        std::counting_semaphore<BODIES>& bodies;
-        ~Turn() { bodies.release(); }
-    } turn{m_bodies};
-    return readBody(request, response, MAX_BODY);
 }
 
 void RegistryRequests::unregisterService(const std::string& id, Response& response)

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "EntryReader.h"
+#include "RequestBody.h"
 
-#include <semaphore>
 #include <string>
 
 namespace Poco::Net
@@ -26,9 +26,7 @@ class RegistryRequests
 public:
     static constexpr std::size_t MAX_BODY = 64 * 1024; ///< bytes of a registration
     static constexpr unsigned THREADS = 64;            ///< requests at once: most only wait for a body, or for the disk
-    static constexpr std::ptrdiff_t BODIES =
-        48;                                 ///< bodies waited for at once, so that slow clients leave threads to others
-    static constexpr long BODY_TURN = 1000; ///< ms that a registration waits for its turn
+    static constexpr std::ptrdiff_t SLOW_BODIES = 48;  ///< waited for at once, so that others find a free thread
 
     /// `onlyLoopback`: as for EntryReader.
     RegistryRequests(RegistryService& service, bool onlyLoopback): m_service(service), m_reader(onlyLoopback) {}
@@ -46,11 +44,10 @@ private:
     void sendList(const std::string& query, Response& response) const;
     void registerService(const std::string& name, Request& request, Response& response);
     void unregisterService(const std::string& id, Response& response);
-    std::string readTurn(Request& request, Response& response);
 
     RegistryService& m_service;
     const EntryReader m_reader;
-    std::counting_semaphore<BODIES> m_bodies{BODIES};
+    BodyTurns m_turns{SLOW_BODIES};
 };
 
 } // namespace Kesa::Registry

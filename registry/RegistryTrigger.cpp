@@ -3,9 +3,10 @@
 #include "EntryStore.h"
 
 #include <Command/HttpRequest.h>
-#include <Command/Query/Paging.h>
 #include <Command/UrlPath.h>
 #include <Command/WebSocketResponseObject.h>
+#include <DataAnswer.h>
+#include <QueryCheck.h>
 #include <SubscriptionHandling/SubscriptionEvents.h>
 #include <SubscriptionHandling/SubscriptionRequest.h>
 
@@ -15,10 +16,10 @@ namespace Kesa::Registry
 {
 
 using Kesa::Command::HttpRequest;
-using Kesa::Command::Paging;
 using Kesa::Command::UrlPath;
+using Kesa::Host::DataAnswer;
+using Kesa::Host::DataRow;
 using Kesa::Service::SubscriptionError;
-using Poco::JSON::Array;
 using Poco::JSON::Object;
 
 namespace
@@ -27,16 +28,16 @@ namespace
 const std::string SERVICE = "registry";
 const std::string RESOURCE = "services";
 
+typedef std::vector<DataRow> Rows;
+
 /// A list of one: this service, or its one resource.
-Array::Ptr listOf(const std::string& name, const std::string& uri)
+Rows listOf(const std::string& name, const std::string& uri)
 {
     Object::Ptr object = new Object;
     object->set("id", name);
     object->set("uri", uri);
     object->set("name", name);
-    Array::Ptr list = new Array;
-    list->add(object);
-    return list;
+    return Rows{DataRow(object)};
 }
 
 bool isHere(const UrlPath& url)
@@ -49,32 +50,24 @@ bool isEntry(const UrlPath& url)
     return url.getCharacteristic() == UrlPath::SERVICE_RESOURCE_ELEMENT && isHere(url);
 }
 
-/// Answers with the page of the list that was asked for; without paging with as many elements as a list may have.
-void answerList(const Array::Ptr& list, const Kesa::Service::SubscriptionRequest& request,
-                Kesa::Command::WebSocketResponseObject& response)
+bool isList(const UrlPath& url)
 {
-    std::vector<Poco::SharedPtr<Paging>> asked;
-    request.extractRenderCriteria(asked);
-    if (asked.empty() && list->size() <= Paging::PAGING_LIMIT_MAX)
-        return response.setData(list);
-    const Paging paging = asked.empty() ? Paging::createDefaultPaging() : *asked.front();
-    response.setPaging(paging.createPagingInfo(*list, request.getUri()));
-    response.setData(paging.applyArrayPaging(list));
+    const UrlPath::Characteristic level = url.getCharacteristic();
+    return level == UrlPath::ROOT || (level == UrlPath::SERVICE && url.isServiceEqual(SERVICE)) ||
+           (level == UrlPath::SERVICE_RESOURCE && isHere(url));
 }
 
-/// The list at a URL; null if there is none.
-Array::Ptr listAt(const UrlPath& url, const EntryStore& store)
+/// What stands in the list at a URL.
+Rows rowsAt(const UrlPath& url, const EntryStore& store)
 {
     if (url.getCharacteristic() == UrlPath::ROOT)
         return listOf(SERVICE, "/" + SERVICE);
-    if (url.getCharacteristic() == UrlPath::SERVICE && url.isServiceEqual(SERVICE))
+    if (url.getCharacteristic() == UrlPath::SERVICE)
         return listOf(RESOURCE, "/" + SERVICE + "/" + RESOURCE);
-    if (url.getCharacteristic() != UrlPath::SERVICE_RESOURCE || !isHere(url))
-        return Array::Ptr();
-    Array::Ptr list = new Array;
+    Rows rows;
     for (const EntryPtr& entry: store.entries())
-        list->add(entry->json);
-    return list;
+        rows.emplace_back(entry->json);
+    return rows;
 }
 
 /// The entry at a URL; null if there is none.
@@ -99,14 +92,14 @@ bool RegistryTrigger::fetchData(const Kesa::Service::SubscriptionRequest& reques
                                 Kesa::Command::WebSocketResponseObject& response)
 {
     const UrlPath& url = request.getUrlPath();
-    if (const Array::Ptr list = listAt(url, m_store))
+    if (isList(url))
     {
-        answerList(list, request, response);
+        DataAnswer::list(rowsAt(url, m_store), request).fill(response);
         return true;
     }
     if (const EntryPtr entry = entryAt(url, m_store))
     {
-        response.setData(entry->json);
+        DataAnswer::element(DataRow(entry->json), request).fill(response);
         return true;
     }
     if (!isEntry(url) || request.getType() != Kesa::Command::WebSocketRequestObject::TYPE_SUBSCRIBE)
@@ -120,13 +113,13 @@ bool RegistryTrigger::fetchData(const Kesa::Service::SubscriptionRequest& reques
 void RegistryTrigger::checkNewSubscription(Kesa::Service::SubscriptionSubscribingEventPayload& payload)
 {
     const UrlPath& url = payload.request.getUrlPath();
-    if (!listAt(url, m_store) && !entryAt(url, m_store))
-        payload.cancelSubscribing(SubscriptionError::event_name_unknown,
-                                  "There is no \"" + url.getUri().getPath() +
-                                      "\" here; \"/registry/services\" lists what there is.");
-    else if (!payload.request.areCriteriaValid())
-        payload.cancelSubscribing(SubscriptionError::syntax_error,
-                                  "The query \"" + url.getUri().getQuery() + "\" cannot be understood.");
+    if (!isList(url) && !entryAt(url, m_store))
+        return payload.cancelSubscribing(SubscriptionError::event_name_unknown,
+                                         "There is no \"" + url.getUri().getPath() +
+                                             "\" here; \"/registry/services\" lists what there is.");
+    const Kesa::Host::QueryVerdict verdict = Kesa::Host::checkQuery(payload.request);
+    if (verdict.code != 0)
+        payload.cancelSubscribing(static_cast<SubscriptionError>(verdict.code), verdict.message);
 }
 
 } // namespace Kesa::Registry

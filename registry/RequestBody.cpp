@@ -10,6 +10,7 @@
 #include <Poco/Net/HTTPServerSession.h>
 #include <Poco/Net/NetException.h>
 
+#include <poll.h>
 #include <string_view>
 
 namespace Kesa::Registry
@@ -26,10 +27,18 @@ namespace
 class BodyBytes
 {
 public:
-    explicit BodyBytes(HTTPServerRequest& request): m_request(dynamic_cast<HTTPServerRequestImpl&>(request))
+    BodyBytes(HTTPServerRequest& request, BodyTurns& turns)
+        : m_request(dynamic_cast<HTTPServerRequestImpl&>(request)), m_turns(turns)
     {
         m_request.session().drainBuffer(m_drained);
     }
+    ~BodyBytes()
+    {
+        if (m_hasTurn)
+            m_turns.release();
+    }
+    BodyBytes(const BodyBytes&) = delete;
+    BodyBytes& operator=(const BodyBytes&) = delete;
 
     /// The next bytes, valid until the next call. Raises RefusedRequest at the end, and when they do not come.
     std::string_view next()
@@ -40,6 +49,8 @@ public:
             if (m_drained.size() > 0)
                 return {m_drained.begin(), m_drained.size()};
         }
+        if (!m_hasTurn && !isQuick())
+            takeTurn();
         const int count = receive();
         if (count <= 0)
             throw RefusedRequest(400, "The connection ended before the body was whole.");
@@ -47,6 +58,19 @@ public:
     }
 
 private:
+    bool isQuick()
+    {
+        pollfd poller{m_request.socket().impl()->sockfd(), POLLIN, 0};
+        return ::poll(&poller, 1, QUICK_BODY) != 0;
+    }
+
+    void takeTurn()
+    {
+        m_hasTurn = m_turns.try_acquire();
+        if (!m_hasTurn)
+            throw RefusedRequest(503, "Too many clients are sending slow bodies; try again.");
+    }
+
     int receive()
     {
         try
@@ -64,6 +88,8 @@ private:
     }
 
     HTTPServerRequestImpl& m_request;
+    BodyTurns& m_turns;
+    bool m_hasTurn = false;
     Poco::Buffer<char> m_drained{0};
     bool m_isDrained = false;
     char m_buffer[16 * 1024];
@@ -74,9 +100,8 @@ private:
     throw RefusedRequest(413, "The body is larger than " + std::to_string(limit) + " bytes.");
 }
 
-std::string readChunks(HTTPServerRequest& request, std::size_t limit)
+std::string readChunks(BodyBytes& bytes, std::size_t limit)
 {
-    BodyBytes bytes(request);
     ChunkedBody body(limit);
     ChunkedBody::State state = ChunkedBody::State::Incomplete;
     while (state == ChunkedBody::State::Incomplete)
@@ -88,9 +113,8 @@ std::string readChunks(HTTPServerRequest& request, std::size_t limit)
     return body.body();
 }
 
-std::string readLength(HTTPServerRequest& request, std::size_t length)
+std::string readLength(BodyBytes& bytes, std::size_t length)
 {
-    BodyBytes bytes(request);
     std::string body;
     while (body.size() < length)
         body.append(bytes.next());
@@ -99,7 +123,8 @@ std::string readLength(HTTPServerRequest& request, std::size_t length)
 
 } // namespace
 
-std::string readBody(HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response, std::size_t limit)
+std::string readBody(HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response, std::size_t limit,
+                     BodyTurns& turns)
 {
     const bool isChunked = request.getChunkedTransferEncoding();
     if (!isChunked && !request.hasContentLength())
@@ -108,8 +133,9 @@ std::string readBody(HTTPServerRequest& request, Poco::Net::HTTPServerResponse& 
         refuseSize(limit);
     if (request.getExpectContinue())
         response.sendContinue();
-    return isChunked ? readChunks(request, limit)
-                     : readLength(request, static_cast<std::size_t>(request.getContentLength64()));
+    BodyBytes bytes(request, turns);
+    return isChunked ? readChunks(bytes, limit)
+                     : readLength(bytes, static_cast<std::size_t>(request.getContentLength64()));
 }
 
 } // namespace Kesa::Registry

@@ -8,7 +8,6 @@
 #include "ServiceRegistrationHelper.h"
 
 #include <Poco/Event.h>
-#include <Poco/Net/SocketAddress.h>
 
 #include <atomic>
 #include <memory>

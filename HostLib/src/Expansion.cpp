@@ -26,6 +26,13 @@ bool isIdentity(const std::string& member)
     return member == "id" || member == "uri";
 }
 
+/// True for a text that can be a path and nothing else: no host, query or fragment.
+bool isPath(const std::string& text)
+{
+    return !text.empty() && text.front() == '/' && text.compare(0, 2, "//") != 0 &&
+           text.find_first_of("?#") == std::string::npos;
+}
+
 } // namespace
 
 Expansion::Expansion(Service::ServiceDataAccessPoint& data, const RequestBase& request)
@@ -75,10 +82,10 @@ Var Expansion::expandValue(const Var& value, unsigned int level, int depth)
 Var Expansion::follow(const Var& text, unsigned int level, int depth)
 {
     const auto& reference = text.extract<std::string>();
-    if (m_left == 0 || reference.empty() || reference.front() != '/')
+    if (m_left == 0 || !isPath(reference))
         return text;
     const UrlPath url(reference);
-    if (url.getCharacteristic() != UrlPath::SERVICE_RESOURCE_ELEMENT || url.getUri().getPathAndQuery() != reference)
+    if (url.getCharacteristic() != UrlPath::SERVICE_RESOURCE_ELEMENT)
         return text;
     const auto element = m_data.getElement(url.getService(), url.getResource(), url.getElement());
     if (element.isNull())

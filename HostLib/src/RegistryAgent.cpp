@@ -9,6 +9,7 @@
 
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
+#include <Poco/Net/SocketAddress.h>
 #include <Poco/Net/StreamSocket.h>
 
 #include <random>

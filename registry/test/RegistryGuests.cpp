@@ -35,8 +35,8 @@ bool isListed(const MicroServiceInfo& entry)
 
 } // namespace
 
-/// kesa-registry-guests NAME COUNT PORT: registers COUNT services, looks each up, lets every second one leave again, and
-/// prints the ids of those that stay. Status 1 as soon as something is not as it should be.
+/// kesa-registry-guests NAME COUNT PORT: registers COUNT services, looks each up, lets every second one leave again,
+/// and prints the ids of those that stay. Status 1 as soon as something is not as it should be.
 int main(int, char** argv)
 {
     Logging::Log::SetLogLevel(Poco::Message::PRIO_ERROR, "");

@@ -78,7 +78,10 @@ TEST(RegistryStormTest, LosesNoEntryAndGivesNoIdTwiceInAStormOfServicesAndDoesNo
         if (wave == 1) // threads and their memory are there by then
             before = registry.memory();
     }
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they keep memory of their own
-    EXPECT_LT(registry.memory() - before, 4L * 1024 * 1024);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    const long allowed = 512L * 1024 * 1024; // the sanitizers keep memory of their own
+#else
+    const long allowed = 4L * 1024 * 1024;
 #endif
+    EXPECT_LT(registry.memory() - before, allowed);
 }
