@@ -44,6 +44,7 @@ public:
     /// Waiting times in milliseconds, 1 or more.
     struct Times
     {
+        long look = 1000;   ///< between two looks whether anybody listens at the registry's address, while nobody does
         long retry = 10000; ///< after which a registration that failed is tried again; as often as the monitor looks
         /// Before a registration that follows a loss or a failure, a random time up to this one passes, so that all the
         /// services of a registry that came back do not return in the same instant.
@@ -107,7 +108,8 @@ private:
     std::unique_ptr<Service::ServiceRegistrationHelper> m_helper; ///< holds the present entry and nothing else
     std::unique_ptr<Service::SRServiceMonitor> m_monitor;         ///< null: no thread could be had for it
     State m_state = State::STARTING;
-    bool m_mayHaveStrays = false; ///< the registry may hold an entry of ours whose id we do not know
+    bool m_isUnwatchedTold = false; ///< that there was no thread for the monitor
+    bool m_mayHaveStrays = false;   ///< the registry may hold an entry of ours whose id we do not know
 
     std::thread m_thread;
 };

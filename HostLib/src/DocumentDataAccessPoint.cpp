@@ -1,8 +1,7 @@
 #include "DocumentDataAccessPoint.h"
 
-#include "JSONTools.h"
-#include "JsonWriter.h"
 #include "LogStream.h"
+#include "StoreRules.h"
 #include "StoredResource.h"
 #include "StoredService.h"
 
@@ -47,51 +46,6 @@ auto findService(Entries& services, const std::string& name)
                         [&](const ServiceEntry& entry) { return entry.name == name; });
 }
 
-bool isNameCharacter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
-           c == '-';
-}
-
-void checkName(const std::string& kind, const std::string& name)
-{
-    const std::size_t longest = 64;
-    if (name.empty() || name.size() > longest || name[0] == '.' ||
-        !std::all_of(name.begin(), name.end(), isNameCharacter))
-        throw Poco::InvalidArgumentException(
-            kind + " cannot be called '" + name +
-            "': a name has 1 to 64 of the characters A-Z a-z 0-9 . _ - and does not begin with a dot");
-}
-
-/// Whether `specification` is a JSON object, with schemas under `properties` if it has that.
-bool isSchema(const std::string& specification)
-{
-    Object::Ptr schema;
-    if (!Util::JSONTools::parseJSONString(specification, schema))
-        return false;
-    if (!schema->has("properties"))
-        return true;
-    const Object::Ptr properties = schema->getObject("properties");
-    return !properties.isNull() &&
-           std::all_of(properties->begin(), properties->end(),
-                       [](const auto& property)
-                       { return property.second.isBoolean() || Command::asObject(property.second); });
-}
-
-void checkSpecification(const std::string& resource, const std::string& specification)
-{
-    if (!specification.empty() && !isSchema(specification))
-        throw Poco::InvalidArgumentException("The specification of the resource '" + resource +
-                                             "' is no JSON Schema object: " + specification);
-}
-
-/// Whether `text` is a UUID in its usual form, the only one in which an element is known.
-bool isId(const std::string& text)
-{
-    Poco::UUID id;
-    return id.tryParse(text) && id.toString() == text;
-}
-
 /// The id of an element as text, empty if it has none.
 std::string idOf(const ElementBase& element)
 {
@@ -102,7 +56,7 @@ std::string idOf(const ElementBase& element)
 /// The members of an element that a program built; where it stands is told apart.
 Object::Ptr membersOf(const ElementBase& element)
 {
-    Object::Ptr members = element.toJSON(0);
+    Object::Ptr members = new Object(*element.toJSON(0)); // others may hold what that gives
     members->remove(XObjectBase::KEY_ID);
     members->remove(XObjectBase::KEY_URI);
     return members;
@@ -144,15 +98,6 @@ UpdateResult notWritten(const std::string& path, const Poco::Exception& e)
     return {UpdateResult::PROCESSING_ERROR, "The change could not be stored: " + e.displayText()};
 }
 
-/// The members of `base`, unless it is null, and those of `members`, which come first where both have one.
-Object::Ptr joined(const Object* base, const Object& members)
-{
-    Object::Ptr whole = base ? new Object(*base) : new Object;
-    for (const auto& [name, value]: members)
-        whole->set(name, value);
-    return whole;
-}
-
 UpdateResult fixedMember(const std::string& name)
 {
     return {UpdateResult::INVALID_OBJECT,
@@ -171,45 +116,15 @@ UpdateResult judgeSize(const DocumentDataAccessPoint::Limits& limits, std::size_
     return UpdateResult::OK;
 }
 
-/// Whether the name of a member, at any depth, holds the character zero, at which POCO's parser would end it.
-bool hasZeroInName(const Poco::Dynamic::Var& value, int depth = 0)
-{
-    if (depth >= Command::MAX_JSON_DEPTH) // refused for its depth
-        return false;
-    const auto isBad = [&](const Poco::Dynamic::Var& part) { return hasZeroInName(part, depth + 1); };
-    if (const Poco::JSON::Array* array = Command::asArray(value))
-        return std::any_of(array->begin(), array->end(), isBad);
-    if (const Object* object = Command::asObject(value))
-        return std::any_of(object->begin(), object->end(),
-                           [&](const auto& member)
-                           { return member.first.find('\0') != std::string::npos || isBad(member.second); });
-    return false;
-}
-
-/// Sets `element` to a new one of these members. Gives what is wrong with them, or an empty text.
-std::string build(const std::string& service, const std::string& resource, XObjectId number, const Object::Ptr& members,
-                  StoredElement::Ptr& element)
-{
-    if (hasZeroInName(members))
-        return "The name of a member holds the character U+0000, which cannot be kept.";
-    try
-    {
-        std::string text;
-        Command::appendJson(text, members);
-        element = new StoredElement(service, resource, number, text);
-        return std::string();
-    }
-    catch (const Poco::Exception& e)
-    {
-        return "The object cannot be kept as JSON: " + e.message();
-    }
-}
 } // namespace
 
 struct DocumentDataAccessPoint::Parts
 {
     explicit Parts(const Limits& bounds): limits(bounds) {}
 
+    /// Sets `element` to a new one of these members. Gives what is wrong with them, or an empty text.
+    static std::string build(const Address& address, XObjectId number, const Object::Ptr& members,
+                             StoredElement::Ptr& element);
     /// Makes `members` the element at `address`, in the place of `old` unless that is null.
     UpdateResult keep(DocumentDataAccessPoint& store, const Address& address, StoredResource& resource,
                       const StoredElement::Ptr& old, Object::Ptr members) KESA_REQUIRES(changes);
@@ -224,6 +139,24 @@ struct DocumentDataAccessPoint::Parts
     std::vector<ServiceEntry> services KESA_GUARDED_BY(lock);
 };
 
+std::string DocumentDataAccessPoint::Parts::build(const Address& address, XObjectId number, const Object::Ptr& members,
+                                                  StoredElement::Ptr& element)
+{
+    std::string text;
+    std::string fault = StoreRules::write(members, text);
+    if (!fault.empty())
+        return fault;
+    try
+    {
+        element = new StoredElement(address.service, address.resource, number, text);
+    }
+    catch (const Poco::Exception& e)
+    {
+        fault = "The object cannot be kept as JSON: " + e.message();
+    }
+    return fault;
+}
+
 UpdateResult DocumentDataAccessPoint::Parts::keep(DocumentDataAccessPoint& store, const Address& address,
                                                   StoredResource& resource, const StoredElement::Ptr& old,
                                                   Object::Ptr members)
@@ -233,8 +166,7 @@ UpdateResult DocumentDataAccessPoint::Parts::keep(DocumentDataAccessPoint& store
         if (!setFixed(*members, name, value))
             return fixedMember(name);
     StoredElement::Ptr element;
-    if (const std::string fault = build(address.service, address.resource,
-                                        old.isNull() ? nextNumber() : old->getXObjectId(), members, element);
+    if (const std::string fault = build(address, old.isNull() ? nextNumber() : old->getXObjectId(), members, element);
         !fault.empty())
         return {UpdateResult::INVALID_OBJECT, fault};
     const std::size_t before = old.isNull() ? 0 : old->jsonText().size();
@@ -264,7 +196,7 @@ DocumentDataAccessPoint::~DocumentDataAccessPoint() = default;
 
 void DocumentDataAccessPoint::addService(const std::string& name, const std::string& description)
 {
-    checkName("A service", name);
+    StoreRules::checkName("A service", name);
     Util::WriteLock guard(m_parts->lock);
     if (findService(m_parts->services, name) != m_parts->services.end())
         throw Poco::ExistsException("The service '" + name + "' is declared already");
@@ -274,19 +206,21 @@ void DocumentDataAccessPoint::addService(const std::string& name, const std::str
 void DocumentDataAccessPoint::addResource(const std::string& service, const std::string& name,
                                           const std::string& description, const std::string& specification)
 {
-    checkName("A resource", name);
-    checkSpecification(name, specification);
+    StoreRules::checkName("A resource", name);
+    StoreRules::checkSpecification(name, specification);
     Util::ScopedLock changes(m_parts->changes);
     if (getService(service).isNull())
         throw Poco::NotFoundException("The service '" + service + "' of the resource '" + name + "' is not declared");
     if (!findResource(service, name).isNull())
         throw Poco::ExistsException("The resource '" + name + "' is declared already");
     StoredResource::Ptr resource = new StoredResource(service, name, description, specification, nextNumber());
-    for (Document& document: readDocuments(service, name))
+    std::size_t bytes = 0;
+    for (const Document& document: readDocuments(service, name))
     {
-        m_parts->totalBytes += document.text.size();
-        resource->put(new StoredElement(service, name, nextNumber(), std::move(document.text)));
+        bytes += document.text.size();
+        resource->put(new StoredElement(service, name, nextNumber(), document.text));
     }
+    m_parts->totalBytes += bytes;
     Util::WriteLock guard(m_parts->lock);
     findService(m_parts->services, service)->resources.push_back(resource);
 }
@@ -439,7 +373,7 @@ UpdateResult DocumentDataAccessPoint::insert(const Address& address, const Objec
     StoredResource::Ptr resource = findResource(address.service, address.resource);
     if (resource.isNull())
         return noResource(address.service, address.resource);
-    if (!isId(address.id))
+    if (!StoreRules::isId(address.id))
         return noId(address.id);
     Util::ScopedLock guard(m_parts->changes);
     if (!resource->find(address.id).isNull())
@@ -447,7 +381,7 @@ UpdateResult DocumentDataAccessPoint::insert(const Address& address, const Objec
     if (resource->count() >= m_parts->limits.elements)
         return {UpdateResult::INVALID_REQUEST, "The resource " + resource->path() + " is full with " +
                                                    std::to_string(resource->count()) + " elements. Delete some."};
-    return m_parts->keep(*this, address, *resource, StoredElement::Ptr(), joined(nullptr, members));
+    return m_parts->keep(*this, address, *resource, StoredElement::Ptr(), StoreRules::joined(nullptr, members));
 }
 
 UpdateResult DocumentDataAccessPoint::update(const Address& address, const Object& members, Mode mode)
@@ -460,7 +394,7 @@ UpdateResult DocumentDataAccessPoint::update(const Address& address, const Objec
     if (old.isNull())
         return noElement(resource->path() + "/" + address.id);
     const Object* base = mode == Mode::MERGE ? old->sharedJson().get() : nullptr;
-    return m_parts->keep(*this, address, *resource, old, joined(base, members));
+    return m_parts->keep(*this, address, *resource, old, StoreRules::joined(base, members));
 }
 
 UpdateResult DocumentDataAccessPoint::remove(const Address& address)

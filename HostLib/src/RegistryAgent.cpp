@@ -86,7 +86,7 @@ void RegistryAgent::run()
         startMonitor();
         if (id().empty())
             registerService();
-        else if (m_mayHaveStrays)
+        else if (m_mayHaveStrays && isRegistryThere())
             m_mayHaveStrays = !removeStrayEntries();
     } while (waitForNews());
     leave();
@@ -102,8 +102,9 @@ void RegistryAgent::startMonitor()
     }
     catch (const Poco::Exception& e)
     {
-        KESA_LOG_WARNING("The entry of " << m_name << " at the service registry cannot be watched: " << e.displayText()
-                                         << ". Give the default thread pool a larger capacity. Trying again.");
+        if (!std::exchange(m_isUnwatchedTold, true))
+            KESA_LOG_WARNING("The entry of " << m_name << " at the service registry cannot be watched: "
+                                             << e.displayText() << ". Give the default thread pool a larger capacity.");
         return;
     }
     m_monitor->ServiceRegistryStatus += Poco::delegate(this, &RegistryAgent::onStatus);
@@ -117,6 +118,9 @@ void RegistryAgent::registerService()
     if (!isRegistryThere())
         return enter(State::UNREACHABLE, "The service registry " + registryAddress() + " cannot be reached. " + m_name +
                                              " serves, and is registered when the registry is there.");
+    // What happened to this service happened to all the others too.
+    if (m_state != State::STARTING && m_stop.tryWait(randomUpTo(m_times.jitter)))
+        return;
     MicroServiceInfo entry(m_service);
     m_helper = std::make_unique<ServiceRegistrationHelper>(); // without the entry that is gone
     m_mayHaveStrays = true;
@@ -165,10 +169,8 @@ bool RegistryAgent::waitForNews()
     if (m_monitor && !id().empty() && !m_mayHaveStrays)
         m_news.wait();
     else
-        m_news.tryWait(m_times.retry);
+        m_news.tryWait(id().empty() && m_state == State::UNREACHABLE ? m_times.look : m_times.retry);
     handleNews();
-    if (id().empty())
-        m_stop.tryWait(randomUpTo(m_times.jitter)); // what happened to this service happened to all the others too
     return !m_stop.tryWait(0);
 }
 

@@ -556,7 +556,7 @@ TEST_F(FrontDoorTest, ServesOthersWhileAHandlerWaits)
     EXPECT_EQ(waiting.receive().body, "/wait");
 }
 
-TEST_F(FrontDoorTest, AddsThreadsWhileHandlersWaitUpToItsBound)
+TEST_F(FrontDoorTest, AddsThreadsWhileHandlersWaitUpToItsBoundAndLetsThemGo)
 {
     FrontDoor::Options options;
     options.threads = 12;
@@ -579,6 +579,7 @@ TEST_F(FrontDoorTest, AddsThreadsWhileHandlersWaitUpToItsBound)
     blocker.set();
     EXPECT_EQ(late.receive().body, "/a");
     EXPECT_EQ(runningThreads() - threads, 12 + 1) << "handlers, and the one that holds the connections";
+    EXPECT_TRUE(eventually([threads] { return runningThreads() - threads == 8 + 1; })) << "the others were idle";
 }
 
 // --- clients that do not read ---

@@ -14,8 +14,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <memory>
+#include <thread>
+#include <vector>
 
 using Kesa::Host::RegistryAgent;
 using Kesa::Test::CapturedLog;
@@ -32,7 +35,7 @@ using testing::StartsWith;
 namespace
 {
 
-const RegistryAgent::Times QUICK{50, 10};
+const RegistryAgent::Times QUICK{50, 50, 10};
 
 bool isPut(const std::string& request)
 {
@@ -66,7 +69,7 @@ TEST(RegistryAgentTest, RegistersTheServiceAndUnregistersIt)
 TEST(RegistryAgentTest, RegistersOnce)
 {
     MemoryRegistry registry;
-    RegistryAgent agent(entryOf("shop"), {1, 1});
+    RegistryAgent agent(entryOf("shop"), {1, 1, 1});
     agent.start();
     ASSERT_TRUE(eventually([&] { return registry.count("GET /?name=shop") > 0; }));
     agent.stop();
@@ -99,7 +102,7 @@ TEST(RegistryAgentTest, StopsBeforeItsStartAndTwice)
 TEST(RegistryAgentTest, RegistersWhenTheRegistryAppears)
 {
     CapturedLog log;
-    RegistryAgent agent(entryOf("shop"), {20, 1});
+    RegistryAgent agent(entryOf("shop"), {20, 60000, 1});
     {
         const ClosedRegistryPort nobody;
         agent.start();
@@ -129,7 +132,7 @@ TEST(RegistryAgentTest, TellsOnceOfARegistryThatRefuses)
                 return FakeRegistry::answer("503 Service Unavailable");
             return std::nullopt;
         });
-    RegistryAgent agent(entryOf("shop"), {5, 1});
+    RegistryAgent agent(entryOf("shop"), {60000, 5, 1});
     agent.start();
     ASSERT_TRUE(eventually([&] { return !agent.id().empty(); }));
     EXPECT_EQ(registry.count("PUT /shop"), 4);
@@ -186,7 +189,7 @@ TEST(RegistryAgentTest, TriesAgainWhereTheRegistryDoesNotTellWhatItHolds)
             return std::nullopt;
         });
     const std::string leftBehind = registry.add("shop", "127.0.0.1", 8080);
-    RegistryAgent agent(entryOf("shop"), {5, 1});
+    RegistryAgent agent(entryOf("shop"), {60000, 5, 1});
     agent.start();
     ASSERT_TRUE(eventually([&] { return registry.count("DELETE /" + leftBehind) == 1; }));
     EXPECT_EQ(registry.count("PUT /shop"), 1);
@@ -204,7 +207,7 @@ TEST(RegistryAgentTest, RemovesAtItsStopWhatALostAnswerLeftBehind)
             return MemoryRegistry::Answer{"", MemoryRegistry::Answer::CLOSE};
         });
     known = &registry;
-    RegistryAgent agent(entryOf("shop"), {60000, 1});
+    RegistryAgent agent(entryOf("shop"), {60000, 60000, 1});
     agent.start();
     ASSERT_TRUE(eventually([&] { return registry.count("PUT /shop") == 1; }));
     agent.stop();
@@ -213,60 +216,106 @@ TEST(RegistryAgentTest, RemovesAtItsStopWhatALostAnswerLeftBehind)
 
 // --- a registry that is broken or hostile ---
 
+namespace
+{
+
+/// What a registry does to one service.
 struct Hostility
 {
-    const char* name;
+    std::string service; ///< its name
+    std::string method;  ///< of the requests that get the answer
     MemoryRegistry::Answer answer;
-    const char* method; ///< that gets this answer
 };
 
-class HostileRegistryTest: public testing::TestWithParam<Hostility>
+typedef MemoryRegistry::Answer Answer;
+
+const std::vector<Hostility> HOSTILITIES{
+    {"silent-on-registration", "PUT", {"", Answer::HANG}},
+    {"silent-on-list", "GET", {"", Answer::HANG}},
+    {"silent-on-removal", "DELETE", {"", Answer::HANG}},
+    {"endless-answer", "PUT", {"HTTP/1.1 201 Created\r\n\r\n", Answer::FLOOD, std::string(1 << 20, 'x')}},
+    {"endless-head", "PUT", {"HTTP/1.1 201 Created\r\n", Answer::FLOOD, "A: b\r\n"}},
+    {"endless-list", "GET", {"HTTP/1.1 200 OK\r\n\r\n", Answer::FLOOD, std::string(1 << 20, '[')}},
+    {"one-byte-after-the-other", "PUT", {"", Answer::DRIP, "HTTP/1.1 200 OK\r\nA:"}},
+    {"ends-in-the-body", "GET", {"HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{", Answer::CLOSE}},
+    {"other-json", "GET", FakeRegistry::answer("200 OK", R"({"data":[1,{"name":7}]})")},
+    {"no-http", "PUT", {"220 mail.example ESMTP\r\n", Answer::CLOSE}}};
+
+/// A registry that does all of it. A removal is recognised by the id of the one service for which it matters.
+class HostileRegistry
 {
+public:
+    std::atomic<bool> hangsOnRemovals{false};
+    std::array<std::atomic<bool>, 16> isReached{}; ///< by place in HOSTILITIES
+
+private:
+    std::optional<Answer> answer(const std::string& request)
+    {
+        for (std::size_t i = 0; i < HOSTILITIES.size(); ++i)
+            if (matches(request, HOSTILITIES[i]))
+            {
+                isReached[i] = true;
+                return HOSTILITIES[i].answer;
+            }
+        return std::nullopt;
+    }
+
+    bool matches(const std::string& request, const Hostility& hostility) const
+    {
+        const std::string line = request.substr(0, request.find(" HTTP/1."));
+        if (hostility.method == "PUT")
+            return line == "PUT /" + hostility.service;
+        if (hostility.method == "GET")
+            return line == "GET /?name=" + hostility.service;
+        return hangsOnRemovals && line == "DELETE /" + m_registry.ids(hostility.service).front();
+    }
+
+    MemoryRegistry m_registry{[this](const std::string& request) { return answer(request); }};
 };
 
-TEST_P(HostileRegistryTest, DelaysAStopByTwoSecondsAtMost)
+/// Milliseconds that each agent needs for its stop, all at once.
+std::vector<double> stopAll(std::vector<std::unique_ptr<RegistryAgent>>& agents)
 {
-    CapturedLog log; // the many lines are not for the test's output
-    std::atomic<bool> isReached{false};
-    MemoryRegistry registry(
-        [&](const std::string& request) -> std::optional<MemoryRegistry::Answer>
-        {
-            if (request.compare(0, std::string(GetParam().method).size(), GetParam().method) != 0)
-                return std::nullopt;
-            isReached = true;
-            return GetParam().answer;
-        });
-    const Stopwatch beginning;
-    RegistryAgent agent(entryOf("shop"), QUICK);
-    agent.start();
-    EXPECT_LT(beginning.milliseconds(), 500);
-    const bool isForStop = GetParam().method == std::string("DELETE");
-    ASSERT_TRUE(eventually([&] { return isForStop ? registry.count("GET /?name=shop") > 0 : isReached.load(); }));
-    const Stopwatch end;
-    agent.stop();
-    EXPECT_LT(end.milliseconds(), RegistryAgent::STOP_TIME + 500);
-    EXPECT_TRUE(isReached);
+    std::vector<double> durations(agents.size());
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < agents.size(); ++i)
+        threads.emplace_back(
+            [&, i]
+            {
+                const Stopwatch watch;
+                agents[i]->stop();
+                durations[i] = watch.milliseconds();
+            });
+    for (std::thread& thread: threads)
+        thread.join();
+    return durations;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    RegistryAgentTest, HostileRegistryTest,
-    testing::Values(
-        Hostility{"SilentOnRegistration", {"", MemoryRegistry::Answer::HANG}, "PUT"},
-        Hostility{"SilentOnList", {"", MemoryRegistry::Answer::HANG}, "GET"},
-        Hostility{"SilentOnRemoval", {"", MemoryRegistry::Answer::HANG}, "DELETE"},
-        Hostility{"EndlessAnswer",
-                  {"HTTP/1.1 201 Created\r\n\r\n", MemoryRegistry::Answer::FLOOD, std::string(1 << 20, 'x')},
-                  "PUT"},
-        Hostility{"EndlessList",
-                  {"HTTP/1.1 200 OK\r\n\r\n", MemoryRegistry::Answer::FLOOD, std::string(1 << 20, '[')},
-                  "GET"},
-        Hostility{"OneByteAfterTheOther", {"", MemoryRegistry::Answer::DRIP, "HTTP/1.1 200 OK\r\nA:"}, "PUT"},
-        Hostility{"EndsInTheBody",
-                  {"HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{", MemoryRegistry::Answer::CLOSE},
-                  "GET"},
-        Hostility{"OtherJson", FakeRegistry::answer("200 OK", "{\"data\":[1,{\"name\":7}]}"), "GET"},
-        Hostility{"NoHttp", {"220 mail.example ESMTP\r\n", MemoryRegistry::Answer::CLOSE}, "PUT"}),
-    [](const auto& test) { return std::string(test.param.name); });
+} // namespace
+
+TEST(RegistryAgentTest, HostileRegistryDelaysNoStartAndAStopByTwoSecondsAtMost)
+{
+    CapturedLog log; // the many lines are not for the test's output
+    HostileRegistry registry;
+    std::vector<std::unique_ptr<RegistryAgent>> agents;
+    const Stopwatch beginning;
+    for (const Hostility& hostility: HOSTILITIES)
+    {
+        agents.push_back(std::make_unique<RegistryAgent>(entryOf(hostility.service), QUICK));
+        agents.back()->start();
+    }
+    EXPECT_LT(beginning.milliseconds(), 2000);
+    const std::size_t onRemoval = 2;
+    for (std::size_t i = 0; i < agents.size(); ++i)
+        EXPECT_TRUE(
+            eventually([&] { return i == onRemoval ? !agents[i]->id().empty() : registry.isReached[i].load(); }))
+            << HOSTILITIES[i].service;
+    registry.hangsOnRemovals = true;
+    const std::vector<double> durations = stopAll(agents);
+    EXPECT_TRUE(registry.isReached[onRemoval]);
+    for (std::size_t i = 0; i < agents.size(); ++i)
+        EXPECT_LT(durations[i], RegistryAgent::STOP_TIME + 1000) << HOSTILITIES[i].service;
+}
 
 // --- construction, threads ---
 
@@ -332,13 +381,13 @@ TEST(RegistryAgentTest, RegistersWithoutAThreadForTheMonitor)
     while (pool.available() > 0)
         pool.start(waiting);
     MemoryRegistry registry;
-    RegistryAgent agent(entryOf("shop"), QUICK);
+    RegistryAgent agent(entryOf("shop"), {1, 1, 1});
     agent.start();
     EXPECT_TRUE(eventually([&] { return !agent.id().empty(); }));
-    EXPECT_TRUE(log.containsPart(Message::PRIO_WARNING, "cannot be watched"));
     release.set();
     EXPECT_TRUE(log.waitFor(Message::PRIO_TRACE,
                             "SRServiceMonitor::addUUID Service id " + agent.id() + " added to SRMonitor."));
+    EXPECT_THAT(textsOf(log, Message::PRIO_WARNING), ElementsAre(HasSubstr("cannot be watched"))) << "told once";
     agent.stop();
     pool.joinAll();
 }

@@ -231,6 +231,15 @@ TEST_F(SqliteDataAccessPointTest, AnyFlippedByteIsRefusedOrHarmless)
     EXPECT_GT(refused, 5);
 }
 
+TEST_F(SqliteDataAccessPointTest, WhatAnUnfinishedCreationLeftIsNoHindrance)
+{
+    StoreFolder::write(m_file + ".new", "half a file");
+    StoreFolder::write(m_file + ".lock", "");
+    open()->insertElement("shop", "boxes", object(R"({"name":"a"})"));
+    EXPECT_THAT(namesIn(*open(), "boxes"), ElementsAre("a"));
+    EXPECT_THAT(m_folder.names(), ElementsAre("shop.db"));
+}
+
 TEST_F(SqliteDataAccessPointTest, OrphanedLogIsRefused)
 {
     StoreFolder::write(m_file + "-wal", "frames");
