@@ -1,8 +1,9 @@
 #include "ErrorDocument.h"
 
+#include "JsonWriter.h"
+
 #include <Poco/DateTimeFormat.h>
 #include <Poco/DateTimeFormatter.h>
-#include <Poco/JSON/Object.h>
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Timestamp.h>
 
@@ -26,14 +27,10 @@ std::string reasonOf(int status)
 
 std::string errorDocument(int status, const std::string& message)
 {
-    Poco::JSON::Object document;
-    document.set("type", "error");
-    document.set("status", "error");
-    document.set("code", status);
-    document.set("message", message.empty() ? reasonOf(status) : message);
-    std::ostringstream text;
-    document.stringify(text);
-    return text.str();
+    // The message may repeat what a client sent, in bytes that are no UTF-8 too.
+    std::string text = "{\"code\":" + std::to_string(status) + ",\"message\":";
+    Command::appendJsonString(text, message.empty() ? reasonOf(status) : message);
+    return text += ",\"status\":\"error\",\"type\":\"error\"}";
 }
 
 void sendError(Poco::Net::HTTPServerResponse& response, int status, const std::string& message)

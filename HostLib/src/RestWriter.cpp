@@ -202,7 +202,7 @@ RestAnswer RestWriter::createAt(const Change& change)
     if (!result.success() || created.isNull())
         return failure(result);
     const DataRow row(created);
-    report(change.url, [&] { change.trigger.created(change.url.getUri(), row.json()); });
+    report(change.url, [&] { change.trigger.created(created->getUri(), row.json()); });
     return creationAnswer(row);
 }
 

@@ -3,6 +3,7 @@
 #include <Command/WebSocketResponseObject.h>
 #include <SubscriptionHandling/SubscriptionEvents.h>
 #include <SubscriptionHandling/SubscriptionRequest.h>
+#include <Utf8.h>
 
 using Kesa::Command::WebSocketRequestObject;
 using Kesa::Command::WebSocketResponseObject;
@@ -97,6 +98,17 @@ TEST_F(RestReadTest, RefusesABadQueryAndSaysWhatIsWrongOnBothRoadsAlike)
     expectError(get(urlOf(1) + "?$expand=99"), 403);
     EXPECT_EQ(get("/shop/orders?$fields=size&$sortby=size&size=1").status, 200) << "these declare no members";
     EXPECT_EQ(get("/shop/customers?$fields=age,city,name,id,uri").status, 200);
+}
+
+TEST_F(RestReadTest, RepeatsWhatIsNoUtf8InAnErrorDocumentThatIs)
+{
+    for (const char* url: {"/shop/%ff", "/shop/orders/%ff%c3", "/%c3%28", "/shop/orders?%ff=1", "/shop/orders?$q=%ff"})
+    {
+        const auto answer = get(url);
+        EXPECT_EQ(answer.status / 100, 4) << url;
+        expectError(answer, answer.status);
+        EXPECT_TRUE(Kesa::Command::isUtf8(answer.body)) << url;
+    }
 }
 
 TEST_F(RestReadTest, GivesASubscriptionTheDataOfAGet)
