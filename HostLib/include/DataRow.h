@@ -9,8 +9,6 @@
 namespace Kesa::Host
 {
 
-class ImmutableJson;
-
 /// One object of an answer. It is rendered when somebody looks, and not before.
 ///
 /// Ownership: shares the object.
@@ -37,7 +35,6 @@ public:
 
 private:
     Data::XObjectBase::Ptr m_object;
-    const ImmutableJson* m_immutable; ///< the same object, null if it has no lasting JSON
     mutable Poco::JSON::Object::Ptr m_json;
 };
 

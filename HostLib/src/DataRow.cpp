@@ -8,11 +8,19 @@ namespace Kesa::Host
 
 ImmutableJson::~ImmutableJson() = default;
 
-DataRow::DataRow(const Data::XObjectBase::Ptr& object)
-    : m_object(object), m_immutable(dynamic_cast<const ImmutableJson*>(object.get()))
+namespace
 {
+
+/// What the object offers of lasting JSON; null if it offers none.
+const ImmutableJson* lasting(const Data::XObjectBase::Ptr& object)
+{
+    return dynamic_cast<const ImmutableJson*>(object.get());
 }
-DataRow::DataRow(const Poco::JSON::Object::Ptr& json): m_immutable(nullptr), m_json(json) {}
+
+} // namespace
+
+DataRow::DataRow(const Data::XObjectBase::Ptr& object): m_object(object) {}
+DataRow::DataRow(const Poco::JSON::Object::Ptr& json): m_json(json) {}
 DataRow::DataRow(const DataRow& other) = default;
 DataRow::DataRow(DataRow&& other) noexcept = default;
 DataRow& DataRow::operator=(const DataRow& other) = default;
@@ -21,15 +29,16 @@ DataRow::~DataRow() = default;
 
 const Poco::JSON::Object::Ptr& DataRow::json() const
 {
-    if (m_json.isNull())
-        m_json = m_immutable ? m_immutable->sharedJson() : m_object->toJSON(0);
-    return m_json;
+    if (!m_json.isNull())
+        return m_json;
+    const ImmutableJson* const kept = lasting(m_object);
+    return m_json = kept ? kept->sharedJson() : m_object->toJSON(0);
 }
 
 void DataRow::appendText(std::string& out) const
 {
-    if (m_immutable)
-        out += m_immutable->jsonText();
+    if (const ImmutableJson* const kept = lasting(m_object))
+        out += kept->jsonText();
     else
         Command::appendJson(out, json());
 }

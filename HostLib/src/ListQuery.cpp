@@ -1,5 +1,6 @@
 #include "ListQuery.h"
 
+#include "JsonWriter.h"
 #include "SortValue.h"
 
 #include "Command/Query/AnyValueSearch.h"
@@ -9,6 +10,7 @@
 #include "Command/RequestBase.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Kesa::Host
 {
@@ -40,29 +42,35 @@ struct SortedRow
     std::vector<SortValue> values; ///< one for each key
 };
 
-/// What paging looks at: as many entries as there are rows, each with its place, and with its id where the page begins
-/// at one.
-Array::Ptr outline(const std::vector<DataRow>& rows, bool withIds)
+/// The place of the page's first row; behind the last row if there is none.
+std::size_t firstPlace(const std::vector<DataRow>& rows, const Paging& paging)
 {
-    Array::Ptr places = new Array;
-    for (std::size_t i = 0; i < rows.size(); ++i)
-    {
-        if (!withIds)
-        {
-            places->add(i);
-            continue;
-        }
-        Object::Ptr entry = new Object;
-        entry->set("id", rows[i].json()->get("id"));
-        entry->set("place", i);
-        places->add(entry);
-    }
-    return places;
+    if (paging.getType() != Paging::TYPE_UUID)
+        return std::min(static_cast<std::size_t>(paging.getNumberOffset()), rows.size());
+    const auto isFirst = [&paging](const DataRow& row)
+    { return Command::scalarText(row.json()->get("id")) == paging.getUUIDOffset(); };
+    return static_cast<std::size_t>(std::find_if(rows.begin(), rows.end(), isFirst) - rows.begin());
 }
 
-std::size_t placeOf(const Poco::Dynamic::Var& entry, bool withIds)
+/// What paging looks at: as many entries as there are rows, all of them empty, but for the ids of the first row on this
+/// page and on its neighbours where pages begin at an id.
+Array::Ptr outline(const std::vector<DataRow>& rows, const Paging& paging, std::size_t first)
 {
-    return withIds ? entry.extract<Object::Ptr>()->getValue<std::size_t>("place") : entry.convert<std::size_t>();
+    Array::Ptr outline = new Array;
+    if (!rows.empty())
+        outline->set(static_cast<unsigned>(rows.size()) - 1, Poco::Dynamic::Var()); // those before it too
+    if (paging.getType() != Paging::TYPE_UUID)
+        return outline;
+    const auto limit = static_cast<std::size_t>(paging.getLimit());
+    for (const std::size_t place: {first, first > limit ? first - limit : 0, first + limit})
+    {
+        if (place >= rows.size())
+            continue;
+        Object::Ptr entry = new Object;
+        entry->set("id", rows[place].json()->get("id"));
+        outline->set(static_cast<unsigned>(place), entry);
+    }
+    return outline;
 }
 
 } // namespace
@@ -124,16 +132,13 @@ void ListQuery::sort(std::vector<DataRow>& rows) const
 
 Object::Ptr ListQuery::page(std::vector<DataRow>& rows, const Paging& paging) const
 {
-    const bool withIds = paging.getType() == Paging::TYPE_UUID;
-    const Array::Ptr whole = outline(rows, withIds);
-    const Object::Ptr block = paging.createPagingInfo(*whole, m_request.getUri());
-    const Array::Ptr cut = paging.applyArrayPaging(whole);
-    std::vector<DataRow> kept;
-    kept.reserve(cut->size());
-    for (const auto& entry: *cut)
-        kept.push_back(std::move(rows[placeOf(entry, withIds)]));
+    const std::size_t first = firstPlace(rows, paging);
+    const Array::Ptr whole = outline(rows, paging, first);
+    const auto begin = rows.begin() + static_cast<std::ptrdiff_t>(first);
+    const auto end = begin + static_cast<std::ptrdiff_t>(paging.applyArrayPaging(whole)->size());
+    std::vector<DataRow> kept(std::make_move_iterator(begin), std::make_move_iterator(end));
     rows.swap(kept);
-    return block;
+    return paging.createPagingInfo(*whole, m_request.getUri());
 }
 
 } // namespace Kesa::Host

@@ -1,8 +1,12 @@
 #include "RestFixture.h"
 
 #include "FrontDoor.h"
+#include "ServiceHost.h"
+#include "TinyService.h"
 
+#include <CapturedLog.h>
 #include <VersionCheck.h>
+#include <WebsocketPeer.h>
 
 using Kesa::Host::FrontDoor;
 using Kesa::Host::RestHandler;
@@ -69,4 +73,22 @@ TEST_F(RestVersionTest, ChecksTheVersionBeforeAnythingElse)
 {
     for (const char* method: {"POST", "BREW", "OPTIONS", "DELETE"})
         EXPECT_EQ(ask({"1.2.3"}, vendor("2.0.0"), method).body, Kesa::Service::VersionCheck::msgVersionNotImplemented);
+}
+
+TEST(RestVersionHostTest, ChecksTheVersionsOfTheHostOnRequestsAndNotOnUpgrades)
+{
+    const Kesa::Test::CapturedLog quiet{Poco::Message::PRIO_ERROR};
+    TinyService service;
+    Kesa::Host::ServiceHost::Options options;
+    options.apiVersions = {"1.2.3"};
+    Kesa::Host::ServiceHost host(service, options);
+    host.start();
+    const std::string accept = "Accept: application/vnd.kesa.v2.0.0+json\r\n";
+    TestClient client(host.port());
+    client.get("/shop/orders/1", accept);
+    EXPECT_EQ(client.receive().body, Kesa::Service::VersionCheck::msgVersionNotImplemented);
+    client.get("/shop/orders/1", "Accept: application/vnd.kesa.v1.2.2+json\r\n");
+    EXPECT_EQ(client.receive().status, 200);
+    EXPECT_NO_THROW(Kesa::Test::WebsocketPeer(host.port(), accept));
+    host.stop();
 }
