@@ -142,7 +142,7 @@ TEST_F(RestReadTest, ReportsACreationToThoseWhoFollowedTheElementBefore)
 
 TEST_F(RestReadTest, ReportsAnUpdateAlsoOnAListWhoseQueryTheMembersDoNotShow)
 {
-    const auto reportsWith = [this](const std::string& query)
+    const auto reportsWith = [](const std::string& query)
     {
         Shop::Ptr other = new Shop;
         RecordingTrigger fresh(other);

@@ -1,13 +1,13 @@
 #include "SystemTrigger.h"
 
-#include "ListView.h"
-
 #include <Command/HttpRequest.h>
 #include <Command/UrlPath.h>
 #include <Command/WebSocketResponseObject.h>
+#include <DataAnswer.h>
 #include <SubscriptionHandling/SubscriptionEvents.h>
 #include <SubscriptionHandling/SubscriptionRequest.h>
 
+#include <optional>
 #include <utility>
 
 namespace SystemMonitor
@@ -17,46 +17,47 @@ namespace
 
 using Kesa::Command::HttpRequest;
 using Kesa::Command::UrlPath;
-using Poco::JSON::Array;
+using Kesa::Host::DataAnswer;
+using Kesa::Host::DataRow;
 using Poco::JSON::Object;
+
+typedef std::vector<DataRow> List;
 
 const std::string SERVICE = "system";
 
-Object::Ptr entry(const std::string& id, const std::string& uri)
+DataRow entry(const std::string& id, const std::string& uri)
 {
     Object::Ptr object = new Object;
     object->set("id", id);
     object->set("uri", uri);
     object->set("name", id);
-    return object;
+    return DataRow(object);
 }
 
 /// "/": this service, alone.
-Array::Ptr services()
+List services()
 {
-    Array::Ptr list = new Array;
-    list->add(entry(SERVICE, "/" + SERVICE));
-    return list;
+    return {entry(SERVICE, "/" + SERVICE)};
 }
 
 /// "/system": its resources.
-Array::Ptr resources(const Snapshot& snapshot)
+List resources(const Snapshot& snapshot)
 {
-    Array::Ptr list = new Array;
+    List list;
     for (const auto& [name, elements]: snapshot)
-        list->add(entry(name, "/" + SERVICE + "/" + name));
+        list.push_back(entry(name, "/" + SERVICE + "/" + name));
     return list;
 }
 
-/// "/system/cpus" and its like; null if there is no such resource.
-Array::Ptr elements(const Snapshot& snapshot, const std::string& resource)
+/// "/system/cpus" and its like; nothing if there is no such resource.
+std::optional<List> elements(const Snapshot& snapshot, const std::string& resource)
 {
     const auto found = snapshot.find(resource);
     if (found == snapshot.end())
-        return Array::Ptr();
-    Array::Ptr list = new Array;
+        return std::nullopt;
+    List list;
     for (const auto& [id, element]: found->second)
-        list->add(element);
+        list.emplace_back(element);
     return list;
 }
 
@@ -70,19 +71,19 @@ Object::Ptr element(const Snapshot& snapshot, const UrlPath& url)
     return found == resource->second.end() ? Object::Ptr() : found->second;
 }
 
-/// The list at a URL; null if there is none.
-Array::Ptr list(const Snapshot& snapshot, const UrlPath& url)
+/// The list at a URL; nothing if there is none.
+std::optional<List> list(const Snapshot& snapshot, const UrlPath& url)
 {
     switch (url.getCharacteristic())
     {
     case UrlPath::ROOT:
         return services();
     case UrlPath::SERVICE:
-        return url.isServiceEqual(SERVICE) ? resources(snapshot) : Array::Ptr();
+        return url.isServiceEqual(SERVICE) ? std::optional(resources(snapshot)) : std::nullopt;
     case UrlPath::SERVICE_RESOURCE:
-        return url.isServiceEqual(SERVICE) ? elements(snapshot, url.getResource()) : Array::Ptr();
+        return url.isServiceEqual(SERVICE) ? elements(snapshot, url.getResource()) : std::nullopt;
     default:
-        return Array::Ptr();
+        return std::nullopt;
     }
 }
 
@@ -138,16 +139,16 @@ bool SystemTrigger::fetchData(const Kesa::Service::SubscriptionRequest& request,
 {
     const SnapshotPtr snapshot = current();
     const UrlPath& url = request.getUrlPath();
-    if (const Array::Ptr found = list(*snapshot, url))
+    if (std::optional<List> found = list(*snapshot, url))
     {
-        answerList(found, request, response);
+        DataAnswer::list(std::move(*found), request).fill(response); // as the query of the request asks
         return true;
     }
     if (!isElement(url))
         return false;
     if (const Object::Ptr found = element(*snapshot, url))
     {
-        answerElement(found, request, response);
+        DataAnswer::element(DataRow(found), request).fill(response);
         return true;
     }
     if (request.getType() != Kesa::Command::WebSocketRequestObject::TYPE_SUBSCRIBE)
@@ -164,7 +165,7 @@ void SystemTrigger::checkNewSubscription(Kesa::Service::SubscriptionSubscribingE
     using Kesa::Service::SubscriptionError;
     const SnapshotPtr snapshot = current();
     const UrlPath& url = payload.request.getUrlPath();
-    const bool exists = list(*snapshot, url) || (isElement(url) && element(*snapshot, url));
+    const bool exists = list(*snapshot, url).has_value() || (isElement(url) && element(*snapshot, url));
     if (!exists)
         payload.cancelSubscribing(SubscriptionError::event_name_unknown,
                                   "There is no \"" + url.getUri().getPath() +

@@ -5,7 +5,6 @@
 #include <Mutex.h>
 #include <SubscriptionHandling/SubscriptionTrigger.h>
 
-#include <Poco/JSON/Array.h>
 #include <Poco/SharedPtr.h>
 
 #include <memory>
