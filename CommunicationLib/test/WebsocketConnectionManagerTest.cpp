@@ -628,6 +628,8 @@ TEST_F(ConnectionManagerTest, APingFloodOfAPeerThatDoesNotReadLeavesOnePongWaiti
     for (; sent < 20000; ++sent)
         pings += WebsocketPeer::frame(0x9, std::to_string(sent) + std::string(100, '.'));
     peer.send(pings);
+    peer.sendText("behind them");
+    ASSERT_TRUE(waitForMessages(1)) << "all pings are read, though no pong is taken";
     std::size_t received = 0;
     std::string newest;
     while (newest.compare(0, 6, "19999.") != 0)

@@ -54,6 +54,9 @@ class KESA_API ServiceHost
 public:
     static constexpr long DRAIN_TIME = 3000; ///< ms that websocket clients have to take their leave at a stop
 
+    /// Websockets at once: ten times the subscriptions of a service, so it bounds only what nobody needs.
+    static constexpr std::size_t DEFAULT_WEBSOCKETS = 10000;
+
     struct Options
     {
         std::string address =
@@ -64,6 +67,7 @@ public:
         std::vector<std::string> allowedOrigins;
         std::size_t maxConnections = 0;           ///< HTTP connections at once; 0: FrontDoor::DEFAULT_CONNECTIONS
         std::size_t maxConnectionsPerAddress = 0; ///< of one client; 0: FrontDoor::DEFAULT_PER_ADDRESS
+        std::size_t maxWebsockets = 0;            ///< at once; 0: DEFAULT_WEBSOCKETS
         unsigned threads = 0;                     ///< HTTP requests handled at once; 0: FrontDoor::DEFAULT_THREADS
 
         /// Of the service at the registry, and the first segment of its URLs: 1 to 64 of A-Z a-z 0-9 . _ -, but neither

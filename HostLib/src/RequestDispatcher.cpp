@@ -51,6 +51,8 @@ void RequestDispatcher::upgrade(HTTPServerRequest& request, HTTPServerResponse& 
     auto manager = ApplicationServices::getService<WebsocketConnectionManager>();
     if (manager.isNull())
         return sendError(response, 503, "The service takes no websockets at the moment.");
+    if (manager->connectionCount() >= m_maxWebsockets) // those on their way in other threads may come on top
+        return sendError(response, 503, "The service serves as many websockets as it may. Try again later.");
     const auto webSocket = FrontDoor::takeWebsocket(request, response);
     if (!webSocket.isNull())
         manager->addConnection(webSocket);

@@ -20,8 +20,12 @@ public:
     /// As ServiceHost::Options::handleFirst; may be empty.
     typedef std::function<bool(Poco::Net::HTTPServerRequest&, Poco::Net::HTTPServerResponse&)> First;
 
-    RequestDispatcher(std::vector<std::string> allowedOrigins, const RestHandler::Options& rest, First handleFirst)
-        : m_allowedOrigins(std::move(allowedOrigins)), m_handleFirst(std::move(handleFirst)), m_rest(rest)
+    RequestDispatcher(std::vector<std::string> allowedOrigins, std::size_t maxWebsockets,
+                      const RestHandler::Options& rest, First handleFirst)
+        : m_allowedOrigins(std::move(allowedOrigins)),
+          m_maxWebsockets(maxWebsockets),
+          m_handleFirst(std::move(handleFirst)),
+          m_rest(rest)
     {
     }
 
@@ -31,6 +35,7 @@ private:
     void upgrade(Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response) const;
 
     const std::vector<std::string> m_allowedOrigins;
+    const std::size_t m_maxWebsockets;
     const First m_handleFirst;
     const RestHandler m_rest;
 };

@@ -104,8 +104,9 @@ void ServiceHost::start()
         throw Poco::IllegalStateException("The service host is started already");
     std::signal(SIGPIPE, SIG_IGN);
     raiseDescriptorLimit();
-    const auto dispatcher = std::make_shared<const RequestDispatcher>(m_options.allowedOrigins, restOptions(m_options),
-                                                                      m_options.handleFirst);
+    const auto dispatcher = std::make_shared<const RequestDispatcher>(
+        m_options.allowedOrigins, m_options.maxWebsockets > 0 ? m_options.maxWebsockets : DEFAULT_WEBSOCKETS,
+        restOptions(m_options), m_options.handleFirst);
     auto door = std::make_unique<FrontDoor>(
         [dispatcher](Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response)
         { dispatcher->handle(request, response); },

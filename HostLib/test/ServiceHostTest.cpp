@@ -207,6 +207,21 @@ TEST_F(ServiceHostTest, RefusesWebPagesFromElsewhereUnlessListed)
     EXPECT_THAT(refused.body, HasSubstr("allowedOrigins"));
 }
 
+TEST_F(ServiceHostTest, RefusesMoreWebsocketsThanItMayHaveUntilOneGoes)
+{
+    ServiceHost::Options options;
+    options.maxWebsockets = 2;
+    start(options);
+    const WebsocketPeer stays(host->port());
+    {
+        const WebsocketPeer goes(host->port());
+        TestClient::Answer refused; // a websocket counts only a moment after its client has the answer
+        EXPECT_TRUE(eventually([&] { return (refused = upgrade("")).status == 503; }));
+        EXPECT_THAT(refused.body, HasSubstr("as many websockets as it may"));
+    }
+    EXPECT_TRUE(eventually([this] { return upgrade("").status == 101; }));
+}
+
 TEST_F(ServiceHostTest, TellsTheVersionThatItSpeaks)
 {
     start();
