@@ -136,6 +136,23 @@ TEST_F(RestWriteTest, AnswersEveryOutcomeOfTheDataWithItsStatus)
     EXPECT_THAT(trigger->reports(), IsEmpty());
 }
 
+TEST_F(RestWriteTest, AnswersWith500WhenTheDataRaiseAndGoesOn)
+{
+    const Kesa::Test::CapturedLog log;
+    shop->put("orders", 1, R"({"a":1})");
+    shop->beforeChange = []() -> UpdateResult { throw Poco::RuntimeException("the disk is full"); };
+    for (const auto& answer: {sendBody("POST", urlOf(1), "{}"), sendBody("PUT", urlOf(2), "{}"),
+                              sendBody("POST", "/shop/orders", "{}"), send("DELETE", urlOf(1))})
+    {
+        expectError(answer, 500);
+        EXPECT_THAT(answer.body, testing::Not(HasSubstr("disk"))) << "the client learns of the service's insides";
+    }
+    EXPECT_TRUE(log.containsPart(Poco::Message::PRIO_ERROR, "the disk is full"));
+    EXPECT_THAT(trigger->reports(), IsEmpty());
+    shop->beforeChange = [] { return UpdateResult(UpdateResult::OK); };
+    EXPECT_EQ(send("DELETE", urlOf(1)).status, 200);
+}
+
 TEST_F(RestWriteTest, ReportsNothingWhereNothingChanged)
 {
     shop->put("orders", 1, R"({"a":1})");
