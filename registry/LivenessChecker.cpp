@@ -77,7 +77,8 @@ void LivenessChecker::watch(const Entry& entry, bool atOnce)
         ScopedLock<FastMutex> lock(m_mutex);
         m_new.emplace_back(later(now(), atOnce ? 0 : m_options.period), Watched{entry.id, entry.address, entry.uri});
     }
-    wake();
+    if (atOnce) // else the thread looks again before the first check is due
+        wake();
 }
 
 void LivenessChecker::start()

@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace Kesa::Registry;
@@ -96,6 +98,24 @@ TEST_F(StateFileTest, HoldsTheOldContentWhenTheNewOneCannotBeWritten)
     std::filesystem::remove(path + ".new");
     file.save({});
     EXPECT_NE(contentOf(path), before);
+}
+
+TEST_F(StateFileTest, HoldsTheOldContentWhenTheDiskIsFullHalfWay)
+{
+    const std::string before = written({entryOf("clock")});
+    StateFile file(path, reader);
+    const std::vector<EntryPtr> many(100, entryOf("bell"));
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit full{5000, limit.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &full); // as a full disk does, the system takes the beginning and refuses the rest
+    EXPECT_THROW(file.save(many), Poco::FileException);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(std::filesystem::file_size(path + ".new"), 5000U);
+    EXPECT_EQ(contentOf(path), before);
+    EXPECT_NO_THROW(file.save({}));
 }
 
 TEST_F(StateFileTest, IsRefusedWhenItIsCutOffAnywhere)
