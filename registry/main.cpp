@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 #include <Poco/Exception.h>
+#include <Poco/Net/SocketAddress.h>
 
 #include <exception>
 #include <iostream>
@@ -49,10 +50,17 @@ std::unique_ptr<EntryStore> openStore(const CommandLine& line, bool onlyLoopback
     return std::make_unique<EntryStore>(std::make_unique<StateFile>(line.state, EntryReader(onlyLoopback)));
 }
 
+/// False also for an address that is none: the host says so when it listens.
 bool isLoopback(const std::string& address)
 {
-    Poco::Net::IPAddress parsed;
-    return address == "localhost" || (Poco::Net::IPAddress::tryParse(address, parsed) && parsed.isLoopback());
+    try
+    {
+        return Poco::Net::SocketAddress(address, 0).host().isLoopback();
+    }
+    catch (const Poco::Exception&)
+    {
+        return false;
+    }
 }
 
 } // namespace
