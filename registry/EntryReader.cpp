@@ -4,6 +4,7 @@
 #include "RefusedRequest.h"
 
 #include <Data/MicroServiceInfo.h>
+#include <JSONTools.h>
 
 #include <Poco/Exception.h>
 #include <Poco/JSON/Parser.h>
@@ -178,6 +179,8 @@ std::string textOf(const Object& object)
 
 EntryPtr EntryReader::readRegistration(const std::string& name, const std::string& body) const
 {
+    if (Util::JSONTools::countParts(body) > MAX_PARTS) // before they are parsed, which costs far more than their text
+        refuse("The entry has more than " + std::to_string(MAX_PARTS) + " members and elements.");
     Object::Ptr object = parse(body);
     if (const std::string own = textMember(*object, NAME); own != name)
         refuse("The entry's member 'name' is \"" + own + "\", and the URL says \"" + name + "\".");
@@ -206,6 +209,7 @@ EntryPtr EntryReader::read(const Object::Ptr& object) const
     checkOtherMembers(object);
     entry->json = object;
     entry->text = textOf(*object);
+    entry->parts = Util::JSONTools::countParts(entry->text);
     return entry;
 }
 
