@@ -28,7 +28,7 @@ TEST(RegistryAgentMemoryTest, ServiceIsRegisteredAndUnregisteredWhateverFails)
     for (long allowed = 0; allowed < 600; allowed = allowed + 1 + allowed / 8)
     {
         const MemoryShortage shortage(&Kesa::Util::LibraryThread::isCurrent, allowed);
-        RegistryAgent agent(entryOf("shop"), {5, 1});
+        RegistryAgent agent(entryOf("shop"), {1, 5, 1});
         agent.start();
         ASSERT_TRUE(eventually([&] { return registry.ids("shop") == std::vector<std::string>{agent.id()}; }))
             << "allocation " << allowed;
