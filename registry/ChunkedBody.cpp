@@ -59,11 +59,9 @@ void ChunkedBody::readSize()
     const std::string_view digits = std::string_view(m_line).substr(0, m_line.find_first_of("; \t"));
     const char* const end = digits.data() + digits.size();
     const auto [parsed, error] = std::from_chars(digits.data(), end, m_left, 16);
-    if (error == std::errc::result_out_of_range)
-        m_state = State::TooLarge;
-    else if (error != std::errc() || parsed != end)
+    if (error == std::errc::invalid_argument || parsed != end)
         m_state = State::Malformed;
-    else if (m_left > m_limit - m_body.size())
+    else if (error != std::errc() || m_left > m_limit - m_body.size())
         m_state = State::TooLarge;
     else
         m_expect = m_left == 0 ? Expect::Trailer : Expect::Data;

@@ -18,6 +18,7 @@ struct Entry
     std::string uri;                  ///< the path at which it answers
     Poco::JSON::Object::Ptr json;     ///< the whole entry; only read
     std::string text;                 ///< the same as one line
+    std::size_t parts = 0;            ///< its objects, arrays, members and elements
 };
 
 typedef std::shared_ptr<const Entry> EntryPtr;

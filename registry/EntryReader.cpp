@@ -4,11 +4,13 @@
 #include "RefusedRequest.h"
 
 #include <Data/MicroServiceInfo.h>
+#include <JSONTools.h>
 
 #include <Poco/Exception.h>
 #include <Poco/JSON/Parser.h>
 #include <Poco/Net/IPAddress.h>
 #include <Poco/String.h>
+#include <Poco/URI.h>
 #include <Poco/UTF8Encoding.h>
 #include <Poco/UUIDGenerator.h>
 
@@ -122,12 +124,28 @@ int portMember(const Object& object)
     return static_cast<int>(port);
 }
 
-void checkUri(const std::string& uri)
+/// True for a path alone, whose percent-encoding can be decoded.
+bool isPath(const std::string& uri)
 {
     const bool isVisible = std::all_of(uri.begin(), uri.end(), [](char c) { return c > 0x20 && c < 0x7f; });
-    if (uri.empty() || uri.front() != '/' || uri.compare(0, 2, "//") == 0 || !isVisible)
-        refuse("The entry's member 'uri' has to be a path that begins with one slash, such as \"/name\", with blanks "
-               "and other than ASCII characters encoded.");
+    if (!isVisible || uri.empty() || uri.front() != '/' || uri.compare(0, 2, "//") == 0 ||
+        uri.find_first_of("?#") != std::string::npos)
+        return false;
+    try
+    {
+        return Poco::URI(uri).getPath().size() > 0;
+    }
+    catch (const Poco::Exception&)
+    {
+        return false;
+    }
+}
+
+void checkUri(const std::string& uri)
+{
+    if (!isPath(uri))
+        refuse("The entry's member 'uri' has to be a path that begins with one slash, such as \"/name\", without query "
+               "and fragment, and with blanks and other than ASCII characters encoded.");
     if (uri.size() > EntryReader::MAX_URI)
         refuse("The entry's member 'uri' is longer than " + std::to_string(EntryReader::MAX_URI) + " characters.");
 }
@@ -161,6 +179,8 @@ std::string textOf(const Object& object)
 
 EntryPtr EntryReader::readRegistration(const std::string& name, const std::string& body) const
 {
+    if (Util::JSONTools::countParts(body) > MAX_PARTS) // before they are parsed, which costs far more than their text
+        refuse("The entry has more than " + std::to_string(MAX_PARTS) + " members and elements.");
     Object::Ptr object = parse(body);
     if (const std::string own = textMember(*object, NAME); own != name)
         refuse("The entry's member 'name' is \"" + own + "\", and the URL says \"" + name + "\".");
@@ -189,6 +209,7 @@ EntryPtr EntryReader::read(const Object::Ptr& object) const
     checkOtherMembers(object);
     entry->json = object;
     entry->text = textOf(*object);
+    entry->parts = Util::JSONTools::countParts(entry->text);
     return entry;
 }
 

@@ -18,7 +18,8 @@ class EntryReader
 public:
     /// Levels of nesting that an entry may have: a list of entries nests two deeper, and clients bound that too.
     static constexpr std::size_t MAX_DEPTH = 32;
-    static constexpr std::size_t MAX_URI = 256; ///< characters of an entry's URI
+    static constexpr std::size_t MAX_URI = 256;    ///< characters of an entry's URI
+    static constexpr std::size_t MAX_PARTS = 1000; ///< objects, arrays, members and elements that a service may send
 
     /// `onlyLoopback`: refuse services of other machines, since whoever registers one makes the registry connect to it.
     explicit EntryReader(bool onlyLoopback): m_onlyLoopback(onlyLoopback) {}

@@ -4,6 +4,9 @@
 
 #include <LogStream.h>
 
+#include <Poco/Exception.h>
+
+#include <new>
 #include <unordered_set>
 
 namespace Kesa::Registry
@@ -48,6 +51,25 @@ EntryStore::EntryStore(std::unique_ptr<StateFile> file): m_file(std::move(file))
 }
 
 EntryStore::~EntryStore() = default;
+
+void EntryStore::Size::add(const Entry& entry)
+{
+    ++entries;
+    bytes += entry.text.size();
+    parts += entry.parts;
+}
+
+void EntryStore::Size::remove(const Entry& entry)
+{
+    --entries;
+    bytes -= entry.text.size();
+    parts -= entry.parts;
+}
+
+bool EntryStore::Size::isTooLarge() const
+{
+    return entries > MAX_ENTRIES || bytes > MAX_BYTES || parts > MAX_PARTS;
+}
 
 // --- changing ---
 
@@ -95,32 +117,34 @@ void EntryStore::apply(Batch& batch)
     }
 }
 
-/// Makes the changes of all who wait, on the thread of one of them.
+/// Makes the changes of all who wait, on the thread of one of them. Whatever fails, each of them is told.
 void EntryStore::writeWaiting()
 {
     const std::vector<Batch*> batches = std::move(m_waiting);
     m_waiting.clear();
-    const bool hasEffect = judge(batches);
-    bool isSaved = true;
-    if (m_file && hasEffect)
+    bool hasEffect = true;
+    std::exception_ptr failure;
+    try
     {
-        const Entries after = entriesAfter(batches);
-        m_isWriting = true;
-        m_mutex.unlock();
-        isSaved = save(after);
-        m_mutex.lock();
-        m_isWriting = false;
+        hasEffect = judge(batches);
+        if (m_file && hasEffect)
+            save(entriesAfter(batches));
     }
-    perform(batches, isSaved);
+    catch (...) // the disk's, or for want of memory
+    {
+        failure = std::current_exception();
+    }
+    perform(batches, !failure);
     m_written.broadcast();
+    if (hasEffect)
+        tell(failure); // last: nobody waits any more should it raise
 }
 
 /// Decides each change as if those before it were made. True if there is anything to do.
 bool EntryStore::judge(const std::vector<Batch*>& batches)
 {
     bool hasEffect = false;
-    std::size_t count = m_entries.size();
-    std::size_t bytes = m_bytes;
+    Size size = m_size;
     std::unordered_set<std::string> removed;
     for (Batch* batch: batches)
         for (Change& change: batch->changes)
@@ -132,15 +156,12 @@ bool EntryStore::judge(const std::vector<Batch*>& batches)
             else if (isRemoval)
             {
                 change.entry = found->second->second;
-                --count;
-                bytes -= change.entry->text.size();
+                size.remove(*change.entry);
             }
-            else if (count >= MAX_ENTRIES || bytes + change.entry->text.size() > MAX_BYTES)
-                change.outcome = Outcome::Full;
-            else
+            else if (size.add(*change.entry); size.isTooLarge())
             {
-                ++count;
-                bytes += change.entry->text.size();
+                size.remove(*change.entry);
+                change.outcome = Outcome::Full;
             }
             hasEffect = hasEffect || change.outcome == Outcome::Done;
         }
@@ -166,22 +187,24 @@ EntryStore::Entries EntryStore::entriesAfter(const std::vector<Batch*>& batches)
     return after;
 }
 
-bool EntryStore::save(const Entries& entries) const
+/// Writes the file, with the mutex open meanwhile. Raises what the file raises.
+void EntryStore::save(const Entries& entries)
 {
+    std::exception_ptr failure;
+    m_isWriting = true;
+    m_mutex.unlock();
     try
     {
         m_file->save(entries);
-        return true;
     }
-    catch (const Poco::Exception& e)
+    catch (...)
     {
-        KESA_LOG_ERROR("A change was refused because the state could not be saved: " << e.displayText());
+        failure = std::current_exception();
     }
-    catch (const std::exception& e)
-    {
-        KESA_LOG_ERROR("A change was refused because the state could not be saved: " << e.what());
-    }
-    return false;
+    m_mutex.lock();
+    m_isWriting = false;
+    if (failure)
+        std::rethrow_exception(failure);
 }
 
 void EntryStore::perform(const std::vector<Batch*>& batches, bool isSaved)
@@ -189,32 +212,74 @@ void EntryStore::perform(const std::vector<Batch*>& batches, bool isSaved)
     for (Batch* batch: batches)
     {
         for (Change& change: batch->changes)
-        {
-            if (change.outcome != Outcome::Done)
-                continue;
-            if (!isSaved)
+            if (change.outcome == Outcome::Done && !(isSaved && performOne(change)))
                 change.outcome = Outcome::NotSaved;
-            else if (change.id.empty())
-                insert(change.entry);
-            else
-                erase(change.id);
-        }
         batch->isDone = true;
+    }
+}
+
+/// False if there is no memory for it. The file, which holds it, agrees again after the next change.
+bool EntryStore::performOne(const Change& change)
+{
+    try
+    {
+        if (change.id.empty())
+            insert(change.entry);
+        else
+            erase(change.id);
+        return true;
+    }
+    catch (const std::bad_alloc&)
+    {
+        return false;
+    }
+}
+
+/// Logs when changes begin to fail, and when they do no more; each refused client is told by its answer.
+void EntryStore::tell(const std::exception_ptr& failure)
+{
+    if (m_isFailing == static_cast<bool>(failure))
+        return;
+    m_isFailing = !m_isFailing;
+    if (!failure)
+    {
+        KESA_LOG_WARNING("The state can be saved again, and changes are taken.");
+        return;
+    }
+    try
+    {
+        std::rethrow_exception(failure);
+    }
+    catch (const Poco::Exception& e)
+    {
+        KESA_LOG_ERROR("Changes are refused because the state cannot be saved: " << e.displayText());
+    }
+    catch (const std::exception& e)
+    {
+        KESA_LOG_ERROR("Changes are refused because the state cannot be saved: " << e.what());
     }
 }
 
 void EntryStore::insert(const EntryPtr& entry)
 {
-    const auto [place, isNew] = m_entries.emplace(Key(entry->name, ++m_lastNumber), entry);
-    m_byId.emplace(entry->id, place);
-    m_bytes += entry->text.size();
+    const auto place = m_entries.emplace(Key(entry->name, ++m_lastNumber), entry).first;
+    try
+    {
+        m_byId.emplace(entry->id, place);
+    }
+    catch (...)
+    {
+        m_entries.erase(place);
+        throw;
+    }
+    m_size.add(*entry);
     m_list = nullptr;
 }
 
 void EntryStore::erase(const std::string& id)
 {
     const auto found = m_byId.find(id);
-    m_bytes -= found->second->second->text.size();
+    m_size.remove(*found->second->second);
     m_entries.erase(found->second);
     m_byId.erase(found);
     m_list = nullptr;
@@ -249,7 +314,7 @@ EntryStore::Text EntryStore::list() const
 {
     ScopedLock<FastMutex> lock(m_mutex);
     if (!m_list)
-        m_list = join(m_entries.begin(), m_entries.end(), m_bytes, m_entries.size());
+        m_list = join(m_entries.begin(), m_entries.end(), m_size.bytes, m_size.entries);
     return m_list;
 }
 

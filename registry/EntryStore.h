@@ -7,6 +7,7 @@
 #include <Poco/Condition.h>
 #include <Poco/Types.h>
 
+#include <exception>
 #include <map>
 #include <memory>
 #include <string>
@@ -32,12 +33,14 @@ public:
     static constexpr std::size_t MAX_ENTRIES = 20000;
     /// Bytes of JSON over all entries: clients read lists of up to 16 MiB.
     static constexpr std::size_t MAX_BYTES = 15 * 1024 * 1024;
+    /// Objects, arrays, members and elements over all entries: clients read lists of up to 500,000 of them.
+    static constexpr std::size_t MAX_PARTS = 475000;
 
     enum class Outcome
     {
         Done,
         Unknown, ///< there is no entry with this id
-        Full,    ///< there are too many entries, or their texts are too long
+        Full,    ///< there are too many entries, or they are too large together
         NotSaved ///< the file could not be written: nothing has changed
     };
 
@@ -77,6 +80,17 @@ private:
         std::string id; ///< of the entry to be removed; empty: add
         Outcome outcome = Outcome::Done;
     };
+    /// Of several entries together.
+    struct Size
+    {
+        std::size_t entries = 0;
+        std::size_t bytes = 0; ///< of their texts
+        std::size_t parts = 0;
+
+        void add(const Entry& entry);
+        void remove(const Entry& entry);
+        bool isTooLarge() const;
+    };
     struct Batch
     {
         std::vector<Change> changes;
@@ -89,8 +103,10 @@ private:
     void writeWaiting() KESA_REQUIRES(m_mutex);
     bool judge(const std::vector<Batch*>& batches) KESA_REQUIRES(m_mutex);
     Entries entriesAfter(const std::vector<Batch*>& batches) const KESA_REQUIRES(m_mutex);
-    bool save(const Entries& entries) const;
+    void save(const Entries& entries) KESA_REQUIRES(m_mutex);
     void perform(const std::vector<Batch*>& batches, bool isSaved) KESA_REQUIRES(m_mutex);
+    bool performOne(const Change& change) KESA_REQUIRES(m_mutex);
+    void tell(const std::exception_ptr& failure) KESA_REQUIRES(m_mutex);
     void insert(const EntryPtr& entry) KESA_REQUIRES(m_mutex);
     void erase(const std::string& id) KESA_REQUIRES(m_mutex);
 
@@ -102,8 +118,9 @@ private:
     Map m_entries KESA_GUARDED_BY(m_mutex);
     std::unordered_map<std::string, Map::iterator> m_byId KESA_GUARDED_BY(m_mutex);
     Poco::UInt64 m_lastNumber KESA_GUARDED_BY(m_mutex) = 0;
-    std::size_t m_bytes KESA_GUARDED_BY(m_mutex) = 0; ///< of all texts
-    mutable Text m_list KESA_GUARDED_BY(m_mutex);     ///< null after a change
+    Size m_size KESA_GUARDED_BY(m_mutex);
+    bool m_isFailing KESA_GUARDED_BY(m_mutex) = false; ///< the last changes could not be made
+    mutable Text m_list KESA_GUARDED_BY(m_mutex);      ///< null after a change
 };
 
 } // namespace Kesa::Registry

@@ -3,6 +3,7 @@
 #include <Poco/Ascii.h>
 
 #include <cerrno>
+#include <new>
 #include <string_view>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -42,7 +43,14 @@ LivenessCheck::~LivenessCheck()
 
 LivenessCheck::State LivenessCheck::begin(const Poco::Net::SocketAddress& address, const std::string& uri)
 {
-    m_request = "HEAD " + uri + " HTTP/1.1\r\nHost: " + address.toString() + "\r\nConnection: close\r\n\r\n";
+    try
+    {
+        m_request = "HEAD " + uri + " HTTP/1.1\r\nHost: " + address.toString() + "\r\nConnection: close\r\n\r\n";
+    }
+    catch (const std::bad_alloc&)
+    {
+        return State::NotAsked;
+    }
     m_socket = ::socket(address.af(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (m_socket < 0)
         return isOwnLack(errno) ? State::NotAsked : State::Dead;

@@ -24,7 +24,7 @@ public:
         Waiting,
         Alive,
         Dead,
-        NotAsked ///< this machine has no descriptor or port left for it: nothing is known of the service
+        NotAsked ///< this machine has no descriptor, port or memory left for it: nothing is known of the service
     };
 
     LivenessCheck() = default;

@@ -1,5 +1,7 @@
 #include "LivenessChecker.h"
 
+#include "GuardedStep.h"
+
 #include <LogStream.h>
 #include <Time/Now.h>
 
@@ -7,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -19,12 +22,11 @@ namespace Kesa::Registry
 using Kesa::Util::FastMutex;
 using Kesa::Util::now;
 using Kesa::Util::ScopedLock;
-using State = LivenessCheck::State;
 
 namespace
 {
 
-constexpr long STARVED_PAUSE = 100; ///< ms until a check for which there was no descriptor is tried again
+constexpr long STARVED_PAUSE = 100; ///< ms until what this machine lacked something for is tried again
 constexpr int START_SLICE = 256;    ///< checks begun before the answers of others are looked at
 
 Poco::Clock later(Poco::Clock from, long milliseconds)
@@ -75,9 +77,10 @@ void LivenessChecker::watch(const Entry& entry, bool atOnce)
 {
     {
         ScopedLock<FastMutex> lock(m_mutex);
-        m_new.emplace_back(later(now(), atOnce ? 0 : m_options.period), Watched{entry.id, entry.address, entry.uri});
+        m_new.emplace(later(now(), atOnce ? 0 : m_options.period), Watched{entry.id, entry.address, entry.uri});
     }
-    wake();
+    if (atOnce) // else the thread looks again before the first check is due
+        wake();
 }
 
 void LivenessChecker::start()
@@ -107,22 +110,30 @@ void LivenessChecker::wake() const
 
 void LivenessChecker::run()
 {
-    while (takeNew())
+    bool goesOn = true;
+    const auto checkAll = [&]
     {
-        waitForEvents(); // before expire(): an answer that is here is no late answer
-        expire();
-        startDue();
-        report();
-    }
+        while ((goesOn = takeNew()))
+            checkRound();
+    };
+    while (goesOn)
+        if (!Kesa::Host::runGuarded("Checking which services live", checkAll))
+            std::this_thread::sleep_for(std::chrono::milliseconds(STARVED_PAUSE));
+}
+
+void LivenessChecker::checkRound()
+{
+    waitForEvents(); // before expire(): an answer that is here is no late answer
+    expire();
+    startDue();
+    report();
 }
 
 /// False when it is time to stop.
 bool LivenessChecker::takeNew()
 {
     ScopedLock<FastMutex> lock(m_mutex);
-    for (auto& [due, watched]: m_new)
-        m_due.emplace(due, std::move(watched));
-    m_new.clear();
+    m_due.merge(m_new);
     return !m_isStopping;
 }
 
@@ -172,74 +183,77 @@ void LivenessChecker::startDue()
     {
         if (m_due.empty() || m_due.begin()->first > present)
             return;
-        const Watched watched = std::move(m_due.begin()->second);
-        m_due.erase(m_due.begin());
-        if (m_isWatched(watched.id) && !startOne(watched))
+        if (!m_isWatched(m_due.begin()->second.id))
+            m_due.erase(m_due.begin());
+        else if (!startFirst())
             return;
     }
 }
 
-/// False if nothing can be started at the moment.
-bool LivenessChecker::startOne(const Watched& watched)
+/// Begins the check that is due first. False if nothing can be started at the moment.
+bool LivenessChecker::startFirst()
 {
     Running& running = m_running.emplace_back();
-    running.watched = watched;
+    running.watched = m_due.extract(m_due.begin());
     running.begin = now();
     running.place = std::prev(m_running.end());
-    const State state = running.check.begin(watched.address, watched.uri);
-    setStarved(state == State::NotAsked);
+    const Watched& watched = running.watched.mapped();
+    State state = running.check.begin(watched.address, watched.uri);
     if (state == State::Waiting)
-        await(running, EPOLL_CTL_ADD);
-    else
+        state = await(running, EPOLL_CTL_ADD);
+    if (state != State::Waiting)
         conclude(running, state);
+    setStarved(state == State::NotAsked);
     return state != State::NotAsked;
 }
 
-/// Waits on for what the check needs next.
-void LivenessChecker::await(Running& running, int operation)
+/// Waits on for what the check needs next. NotAsked if the machine has no room for one more to wait for.
+LivenessChecker::State LivenessChecker::await(Running& running, int operation) const
 {
     epoll_event event{};
     event.events = running.check.events();
     event.data.ptr = &running;
-    ::epoll_ctl(m_epoll, operation, running.check.descriptor(), &event);
+    const bool waits = ::epoll_ctl(m_epoll, operation, running.check.descriptor(), &event) == 0;
+    return waits ? State::Waiting : State::NotAsked;
 }
 
 void LivenessChecker::onEvent(Running& running)
 {
-    const State state = running.check.proceed();
+    State state = running.check.proceed();
     if (state == State::Waiting)
-        await(running, EPOLL_CTL_MOD);
-    else
+        state = await(running, EPOLL_CTL_MOD);
+    if (state != State::Waiting)
         conclude(running, state);
 }
 
 /// Ends a check, with its descriptor.
 void LivenessChecker::conclude(Running& running, State state)
 {
-    Watched watched = std::move(running.watched);
-    const Poco::Clock next =
-        state == State::NotAsked ? later(now(), STARVED_PAUSE) : later(running.begin, m_options.period);
+    Schedule::node_type node = std::move(running.watched);
+    node.key() = state == State::NotAsked ? later(now(), STARVED_PAUSE) : later(running.begin, m_options.period);
     m_running.erase(running.place);
+    Watched& watched = m_due.insert(std::move(node))->second;
     if (state == State::Alive)
         watched.failures = 0;
     else if (state == State::Dead && ++watched.failures >= m_options.failures)
         m_dead.push_back(watched.id);
-    m_due.emplace(next, std::move(watched));
 }
 
 void LivenessChecker::setStarved(bool isStarved)
 {
     if (isStarved && !m_isStarved)
-        KESA_LOG_WARNING("Services cannot be checked at the moment: the process has no descriptor or port left. Raise "
-                         "its limit of open files.");
+        KESA_LOG_WARNING(
+            "Services cannot be checked at the moment: the process lacks descriptors, ports or memory. Raise "
+            "its limit of open files.");
     m_isStarved = isStarved;
 }
 
 void LivenessChecker::report()
 {
-    if (!m_dead.empty())
-        m_gone(m_dead);
+    const std::vector<std::string> dead = std::move(m_dead);
     m_dead.clear();
+    if (!dead.empty())
+        m_gone(dead);
 }
 
 } // namespace Kesa::Registry

@@ -52,7 +52,7 @@ public:
     /// These do not answer. They are checked on, and told again, as long as they are watched.
     typedef std::function<void(const std::vector<std::string>& ids)> Gone;
 
-    /// Neither callback may raise.
+    /// What a callback raises is logged, and its round of checks ends there.
     LivenessChecker(IsWatched isWatched, Gone gone, const Options& options);
     ~LivenessChecker();
     LivenessChecker(const LivenessChecker&) = delete;
@@ -64,6 +64,7 @@ public:
     void stop();
 
 private:
+    typedef LivenessCheck::State State;
     /// What is known of one service.
     struct Watched
     {
@@ -72,10 +73,12 @@ private:
         std::string uri;
         unsigned failures = 0; ///< in a row
     };
+    /// By the time of the next check. Its nodes move from place to place, so that no lack of memory loses a service.
+    typedef std::multimap<Poco::Clock, Watched> Schedule;
     /// A check that is under way.
     struct Running
     {
-        Watched watched;
+        Schedule::node_type watched;
         Poco::Clock begin;
         LivenessCheck check;
         std::list<Running>::iterator place; ///< its own
@@ -83,13 +86,14 @@ private:
 
     void run();
     bool takeNew();
+    void checkRound();
     void waitForEvents();
     void onEvent(Running& running);
-    void await(Running& running, int operation);
+    State await(Running& running, int operation) const;
     void expire();
     void startDue();
-    bool startOne(const Watched& watched);
-    void conclude(Running& running, LivenessCheck::State state);
+    bool startFirst();
+    void conclude(Running& running, State state);
     void setStarved(bool isStarved);
     void report();
     int timeToWait() const;
@@ -103,14 +107,14 @@ private:
     std::thread m_thread;
 
     // Of the thread alone, once it runs.
-    std::size_t m_parallel = 0;                ///< what the options and the limit of descriptors allow
-    std::multimap<Poco::Clock, Watched> m_due; ///< by the time of the next check
-    std::list<Running> m_running;              ///< the oldest first
-    std::vector<std::string> m_dead;           ///< to be told at the end of this round
-    bool m_isStarved = false;                  ///< checks wait for descriptors
+    std::size_t m_parallel = 0;      ///< what the options and the limit of descriptors allow
+    Schedule m_due;                  ///< those whose check is not under way
+    std::list<Running> m_running;    ///< the oldest first
+    std::vector<std::string> m_dead; ///< to be told at the end of this round
+    bool m_isStarved = false;        ///< checks wait for descriptors
 
-    Kesa::Util::FastMutex m_mutex;                                               ///< guards the two below
-    std::vector<std::pair<Poco::Clock, Watched>> m_new KESA_GUARDED_BY(m_mutex); ///< with the time of the first check
+    Kesa::Util::FastMutex m_mutex;           ///< guards the two below
+    Schedule m_new KESA_GUARDED_BY(m_mutex); ///< for m_due
     bool m_isStopping KESA_GUARDED_BY(m_mutex) = false;
 };
 

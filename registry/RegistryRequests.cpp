@@ -7,6 +7,7 @@
 #include <ErrorDocument.h>
 #include <RequestTarget.h>
 
+#include <Poco/Exception.h>
 #include <Poco/Net/HTTPServerRequest.h>
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/String.h>
@@ -40,6 +41,20 @@ void refuseMethod(HTTPServerResponse& response, const std::string& allowed)
     sendError(response, HTTPResponse::HTTP_METHOD_NOT_ALLOWED, "This URL takes only " + allowed + ".");
 }
 
+Poco::URI::QueryParameters parametersOf(const std::string& query)
+{
+    try
+    {
+        Poco::URI uri;
+        uri.setRawQuery(query);
+        return uri.getQueryParameters();
+    }
+    catch (const Poco::SyntaxException&) // an encoding that is none, such as "%zz"
+    {
+        throw RefusedRequest(400, "The URL's query is malformed.");
+    }
+}
+
 /// True if the outcome is good, else the error is sent.
 bool isDone(EntryStore::Outcome outcome, HTTPServerResponse& response)
 {
@@ -52,8 +67,9 @@ bool isDone(EntryStore::Outcome outcome, HTTPServerResponse& response)
         return false;
     case EntryStore::Outcome::Full:
         sendError(response, HTTPResponse::HTTP_TOO_MANY_REQUESTS,
-                  "The registry is full: it takes " + std::to_string(EntryStore::MAX_ENTRIES) + " entries of " +
-                      std::to_string(EntryStore::MAX_BYTES) + " bytes together.");
+                  "The registry is full: it takes " + std::to_string(EntryStore::MAX_ENTRIES) + " entries, of " +
+                      std::to_string(EntryStore::MAX_BYTES) + " bytes and " + std::to_string(EntryStore::MAX_PARTS) +
+                      " members and elements together.");
         return false;
     case EntryStore::Outcome::NotSaved:
         break;
@@ -115,9 +131,7 @@ void RegistryRequests::onCollection(Request& request, Response& response) const
 
 void RegistryRequests::sendList(const std::string& query, Response& response) const
 {
-    Poco::URI uri;
-    uri.setRawQuery(query);
-    const Poco::URI::QueryParameters parameters = uri.getQueryParameters();
+    const Poco::URI::QueryParameters parameters = parametersOf(query);
     if (parameters.empty())
         return sendText(response, *m_service.entries().list());
     if (parameters.size() > 1 || parameters.front().first != "name")

@@ -20,9 +20,9 @@ EntryStore::Outcome RegistryService::add(const EntryPtr& entry)
     const EntryStore::Outcome outcome = m_store->add(entry);
     if (outcome == EntryStore::Outcome::Done)
     {
+        m_checker->watch(*entry, false); // first: what is listed and not watched would stay for ever
         KESA_LOG_INFO("Registered '" << entry->name << "' at " << entry->address.toString() << " as " << entry->id);
         m_trigger->reportAdded(*entry);
-        m_checker->watch(*entry, false);
     }
     return outcome;
 }

@@ -10,8 +10,6 @@
 #include <SubscriptionHandling/SubscriptionEvents.h>
 #include <SubscriptionHandling/SubscriptionRequest.h>
 
-#include <Poco/String.h>
-
 namespace Kesa::Registry
 {
 
@@ -73,7 +71,7 @@ Rows rowsAt(const UrlPath& url, const EntryStore& store)
 /// The entry at a URL; null if there is none.
 EntryPtr entryAt(const UrlPath& url, const EntryStore& store)
 {
-    return isEntry(url) ? store.find(Poco::toLower(url.getElement())) : nullptr;
+    return isEntry(url) ? store.find(url.getElement()) : nullptr;
 }
 
 } // namespace

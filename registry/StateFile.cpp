@@ -229,16 +229,24 @@ std::vector<EntryPtr> StateFile::parseEntries(const std::string& content, std::s
 
 void StateFile::save(const std::vector<EntryPtr>& entries)
 {
-    writeBeside(contentOf(entries));
-    const std::string beside = m_path + ".new";
-    if (::rename(beside.c_str(), m_path.c_str()) != 0)
-        failWithError(m_path, "cannot be replaced");
+    const std::string content = contentOf(entries);
+    const std::string beside = m_path + ".new"; // one that a killed registry left is written anew
+    try
+    {
+        writeFile(beside, content);
+        if (::rename(beside.c_str(), m_path.c_str()) != 0)
+            failWithError(m_path, "cannot be replaced");
+    }
+    catch (const Poco::Exception&)
+    {
+        ::unlink(beside.c_str()); // half a file is of no use, and takes the room of a disk that may be full
+        throw;
+    }
     syncDirectory();
 }
 
-void StateFile::writeBeside(const std::string& content) const
+void StateFile::writeFile(const std::string& beside, const std::string& content) const
 {
-    const std::string beside = m_path + ".new"; // one that a killed registry left is written anew
     const Descriptor file(beside, O_WRONLY | O_CREAT | O_TRUNC);
     if (file.number() < 0)
         failWithError(m_path, "cannot be written beside as " + beside);

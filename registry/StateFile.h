@@ -36,7 +36,7 @@ private:
     std::vector<EntryPtr> parse(const std::string& content) const;
     std::vector<EntryPtr> parseEntries(const std::string& content, std::size_t position, std::size_t count) const;
     void takeLock();
-    void writeBeside(const std::string& content) const;
+    void writeFile(const std::string& beside, const std::string& content) const;
     void syncDirectory() const;
 
     const EntryReader m_reader;

@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 #include <Poco/Exception.h>
+#include <Poco/Net/SocketAddress.h>
 
 #include <exception>
 #include <iostream>
@@ -39,7 +40,7 @@ void addOptions(CLI::App& app, CommandLine& line)
                    "Address to listen on; on other than a loopback address services of other machines may register")
         ->capture_default_str();
     app.add_option("--state", line.state, "File that keeps the entries over a restart; none: they are forgotten");
-    app.add_flag("--verbose", line.verbose, "Log what services do, not only what goes wrong");
+    app.add_flag("--verbose", line.verbose, "Log who comes and goes, not only who died and what went wrong");
 }
 
 std::unique_ptr<EntryStore> openStore(const CommandLine& line, bool onlyLoopback)
@@ -49,10 +50,17 @@ std::unique_ptr<EntryStore> openStore(const CommandLine& line, bool onlyLoopback
     return std::make_unique<EntryStore>(std::make_unique<StateFile>(line.state, EntryReader(onlyLoopback)));
 }
 
+/// False also for what is no address of this machine, at which the host cannot listen.
 bool isLoopback(const std::string& address)
 {
-    Poco::Net::IPAddress parsed;
-    return address == "localhost" || (Poco::Net::IPAddress::tryParse(address, parsed) && parsed.isLoopback());
+    try
+    {
+        return Poco::Net::SocketAddress(address, 0).host().isLoopback();
+    }
+    catch (const Poco::Exception&)
+    {
+        return false;
+    }
 }
 
 } // namespace
@@ -65,7 +73,7 @@ int main(int argc, char** argv)
     CommandLine line;
     addOptions(app, line);
     CLI11_PARSE(app, argc, argv);
-    Logging::Log::SetLogLevel(line.verbose ? Poco::Message::PRIO_INFORMATION : Poco::Message::PRIO_WARNING, "");
+    Logging::Log::SetLogLevel(line.verbose ? Poco::Message::PRIO_INFORMATION : Poco::Message::PRIO_NOTICE, "");
 
     int failure = CANNOT_USE_STATE;
     try

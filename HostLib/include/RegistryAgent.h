@@ -76,6 +76,8 @@ private:
     };
 
     void run();
+    bool keepRegistered();
+    bool recover();
     void startMonitor();
     void registerService();
     void watch();

@@ -85,6 +85,25 @@ std::string_view unfitNumber(std::string_view text)
     return {};
 }
 
+/// Whether the name of a member holds the character zero, at which POCO's parser would end it.
+bool hasZeroInName(std::string_view text)
+{
+    constexpr std::string_view ZERO = "\\u0000";
+    if (text.find(ZERO) == std::string_view::npos)
+        return false;
+    for (std::size_t i = text.find('"'); i != std::string_view::npos; i = text.find('"', i + 1))
+    {
+        bool hasZero = false;
+        for (++i; i < text.size() && text[i] != '"'; ++i)
+            if (text[i] == '\\')
+                hasZero = text.compare(i++, ZERO.size(), ZERO) == 0 || hasZero;
+        const std::size_t next = text.find_first_not_of(" \t\r\n", i + 1);
+        if (hasZero && next != std::string_view::npos && text[next] == ':')
+            return true;
+    }
+    return false;
+}
+
 JsonBody refused(const std::string& problem)
 {
     return {nullptr, problem};
@@ -101,6 +120,8 @@ JsonBody JsonBody::parse(const std::string& text)
         return refused("The body is no UTF-8.");
     if (text[begin] != '{')
         return refused("The body has to be a JSON object.");
+    if (hasZeroInName(text))
+        return refused("The name of a member of the body holds the character U+0000.");
     const std::string_view number = unfitNumber(text);
     if (!number.empty())
         return refused("The number " + Command::excerpt(std::string(number)) +
@@ -113,7 +134,8 @@ JsonBody JsonBody::parse(const std::string& text)
     }
     catch (const Poco::Exception& e)
     {
-        return refused("The body is no usable JSON: " + e.message() + ".");
+        const std::string reason = e.message();
+        return refused("The body is no usable JSON: " + reason + (reason.ends_with('.') ? "" : "."));
     }
 }
 

@@ -18,8 +18,8 @@ struct KESA_API JsonBody
 
     static constexpr int MAX_DEPTH = 64; ///< objects and arrays inside each other: more than any honest document has
 
-    /// Refuses what is no JSON object, no UTF-8, nested too deeply, a member that stands twice in its object, and a
-    /// number that does not fit into 64 bits.
+    /// Refuses what is no JSON object, no UTF-8, nested too deeply, a member that stands twice in its object or whose
+    /// name holds the character U+0000, and a number that does not fit into 64 bits.
     static JsonBody parse(const std::string& text);
 };
 

@@ -1,5 +1,6 @@
 #include "RegistryAgent.h"
 
+#include "GuardedStep.h"
 #include "LibraryThread.h"
 #include "LogStream.h"
 #include "ServiceName.h"
@@ -81,15 +82,31 @@ void RegistryAgent::run()
 {
     const Util::LibraryThread mark;
     const Service::RegistryExchangeLimit::Scope scope(&m_limit);
-    do
-    {
-        startMonitor();
-        if (id().empty())
-            registerService();
-        else if (m_mayHaveStrays && isRegistryThere())
-            m_mayHaveStrays = !removeStrayEntries();
-    } while (waitForNews());
-    leave();
+    bool goesOn = true;
+    while (goesOn)
+        if (!runGuarded("Registering the service", [&] { goesOn = keepRegistered(); }))
+            goesOn = recover();
+    runGuarded("Unregistering the service", [&] { leave(); });
+    m_monitor.reset();
+}
+
+/// One look at how things stand, and the wait for what comes next. False when it is time to end.
+bool RegistryAgent::keepRegistered()
+{
+    startMonitor();
+    if (id().empty())
+        registerService();
+    else if (m_mayHaveStrays && isRegistryThere())
+        m_mayHaveStrays = !removeStrayEntries();
+    return waitForNews();
+}
+
+/// After a failure that left the monitor in who knows what state: a new one will watch what is held. False when it is
+/// time to end.
+bool RegistryAgent::recover()
+{
+    m_monitor.reset();
+    return !m_stop.tryWait(m_times.retry);
 }
 
 void RegistryAgent::startMonitor()
@@ -206,7 +223,6 @@ void RegistryAgent::leave()
     setId(std::string());
     if (m_mayHaveStrays && isRegistryThere())
         removeStrayEntries();
-    m_monitor.reset();
 }
 
 bool RegistryAgent::isRegistryThere() const

@@ -16,10 +16,11 @@ bool isTargetCharacter(unsigned char c)
     return c > 0x20 && c < 0x7f;
 }
 
-/// A byte that may stand in a field's value: text, blanks and tabs, but no control characters.
+/// A byte that may stand in a field's value: text, blanks and tabs, but no control characters. Nor 0xff, which is in no
+/// UTF-8 and which POCO takes for the end of the head, so that it would see another request than we do.
 bool isValueCharacter(unsigned char c)
 {
-    return c == '\t' || (c >= 0x20 && c != 0x7f);
+    return c == '\t' || (c >= 0x20 && c != 0x7f && c != 0xff);
 }
 
 bool isHostCharacter(unsigned char c)
@@ -111,7 +112,7 @@ void RequestHeadParser::field(std::string_view text)
     else if (colon == std::string_view::npos || !isToken(name))
         refuse(400, "A line of the request head has no valid field name before a colon.");
     else if (!std::all_of(text.begin(), text.end(), isValueCharacter))
-        refuse(400, "A field of the request head holds a control character.");
+        refuse(400, "A field of the request head holds a control character or the byte 0xFF.");
     else if (++m_fields > MAX_FIELDS)
         refuse(431, "The request head has more than " + std::to_string(MAX_FIELDS) + " fields.");
     else if (name.size() > MAX_NAME || text.size() - colon > MAX_VALUE)

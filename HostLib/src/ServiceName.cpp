@@ -30,6 +30,8 @@ void checkServiceName(const std::string& name)
                                              std::to_string(name.size()));
     if (!std::all_of(name.begin(), name.end(), isNameCharacter))
         throw Poco::InvalidArgumentException(start + "use only letters, digits, \".\", \"_\" and \"-\"");
+    if (name == "." || name == "..")
+        throw Poco::InvalidArgumentException(start + "in a URL that is no name. Choose another name");
     if (name == "registry")
         throw Poco::InvalidArgumentException(start + "that is the service registry itself. Choose another name");
     if (Poco::UUID id; id.tryParse(name))

@@ -74,6 +74,8 @@ TEST(JsonBodyTest, SaysWhatIsWrongWithWhatItRefuses)
                 {"{\"\\\"\":99999999999999999999}", "99999999999999999999"},
                 {"{\"a\":1e400}", "1e400"},
                 {"{\"a\":-1.5E+999}", "-1.5E+999"},
+                {"{\"a\\u0000b\":1}", "name of a member of the body holds the character U+0000"},
+                {"{\"a\":\"\\u0000\",\"b\":[{\"\\\"\\u0000\" : 1}]}", "U+0000"},
                 {"{\"a\":1,\"a\":2}", "\"a\" stands twice"},
                 {"{\"a\":{\"b\":1,\"c\":2,\"b\":3}}", "\"b\" stands twice"},
                 {"{\"a\":1,\"\\u0061\":2}", "\"a\" stands twice"}};
@@ -83,6 +85,20 @@ TEST(JsonBodyTest, SaysWhatIsWrongWithWhatItRefuses)
         EXPECT_TRUE(body.object.isNull()) << row.text;
         EXPECT_THAT(body.problem, HasSubstr(row.problem)) << row.text;
     }
+}
+
+TEST(JsonBodyTest, TakesTheCharacterZeroInTexts)
+{
+    const JsonBody body = JsonBody::parse(R"({"a":"x\u0000y","\\u0000":"\\u0000","b":["\u0000"]})");
+    ASSERT_FALSE(body.object.isNull()) << body.problem;
+    EXPECT_EQ(body.object->getValue<std::string>("a"), std::string("x\0y", 3));
+    EXPECT_EQ(body.object->getValue<std::string>("\\u0000"), "\\u0000");
+}
+
+TEST(JsonBodyTest, EndsItsWordsWithOneFullStop)
+{
+    for (const char* text: {"{} {}", "{\"a\":1,}"})
+        EXPECT_THAT(JsonBody::parse(text).problem, testing::MatchesRegex(".*[^.]\\.")) << text;
 }
 
 TEST(JsonBodyTest, TakesTheSameNameInDifferentObjects)

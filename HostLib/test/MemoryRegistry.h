@@ -42,6 +42,11 @@ public:
         std::lock_guard lock(m_mutex);
         m_entries.erase(id);
     }
+    void removeAll()
+    {
+        std::lock_guard lock(m_mutex);
+        m_entries.clear();
+    }
     /// The ids of the entries of this name.
     std::vector<std::string> ids(const std::string& name) const
     {

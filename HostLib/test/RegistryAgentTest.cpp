@@ -341,7 +341,8 @@ INSTANTIATE_TEST_SUITE_P(RegistryAgentTest, RefusedNameTest,
                          testing::Values(std::make_pair("", "1 to 64 characters, not 0"),
                                          std::make_pair(std::string(65, 'a'), "1 to 64 characters, not 65"),
                                          std::make_pair("a b", "only letters"), std::make_pair("a/b", "only letters"),
-                                         std::make_pair("caf\xc3\xa9", "only letters"),
+                                         std::make_pair("caf\xc3\xa9", "only letters"), std::make_pair(".", "in a URL"),
+                                         std::make_pair("..", "in a URL"),
                                          std::make_pair("registry", "the service registry itself"),
                                          std::make_pair("6ba7b810-9dad-11d1-80b4-00c04fd430c8", "a UUID")));
 

@@ -81,6 +81,7 @@ const Case CASES[] = {
     {"EmptyName", get(HOST + ": a\r\n"), 400},
     {"NameWithControl", get(HOST + "X\x01: a\r\n"), 400},
     {"NulInValue", get(HOST + std::string("X: a\0b\r\n", 8)), 400},
+    {"EndOfStreamInValue", get(HOST + "X: a\xff\r\nContent-Length: 1\r\n"), 400},
     {"BareCrInValue", get(HOST + "X: a\rb\r\n"), 400},
     {"BareLfAfterField", "GET / HTTP/1.1\r\nHost: a\n\r\n", 400},
     {"BareLfAfterRequest", "GET / HTTP/1.1\nHost: a\r\n\r\n", 400},

@@ -57,30 +57,13 @@ void readBody(std::istream& body, std::size_t limit, Take take)
     }
 }
 
-/// How many objects, arrays, members and elements a text of JSON holds, give or take the brackets.
-std::size_t countParts(const std::string& json)
-{
-    std::size_t parts = 0;
-    bool isInString = false;
-    for (std::size_t at = 0; at < json.size(); ++at)
-    {
-        if (json[at] == '"')
-            isInString = !isInString;
-        else if (isInString)
-            at += json[at] == '\\' ? 1 : 0;
-        else if (json[at] == ',' || json[at] == '{' || json[at] == '[')
-            ++parts;
-    }
-    return parts;
-}
-
 /// The whole text of a list. Raises what reading raises, and Poco::DataException if it is too large to be parsed.
 std::string readList(std::istream& body)
 {
     std::string text;
     readBody(body, LARGEST_LIST,
              [&](const char* bytes, std::streamsize count) { text.append(bytes, static_cast<std::size_t>(count)); });
-    if (countParts(text) > MOST_PARTS)
+    if (Util::JSONTools::countParts(text) > MOST_PARTS)
         throw Poco::DataException("the service registry's list holds more than " + std::to_string(MOST_PARTS) +
                                   " members and elements");
     return text;

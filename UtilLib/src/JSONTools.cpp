@@ -22,4 +22,20 @@ bool JSONTools::parseJSONString(const std::string& text, Poco::JSON::Object::Ptr
     return !out.isNull();
 }
 
+std::size_t JSONTools::countParts(const std::string& text)
+{
+    std::size_t parts = 0;
+    bool isInString = false;
+    for (std::size_t at = 0; at < text.size(); ++at)
+    {
+        if (text[at] == '"')
+            isInString = !isInString;
+        else if (isInString)
+            at += text[at] == '\\' ? 1 : 0;
+        else if (text[at] == ',' || text[at] == '{' || text[at] == '[')
+            ++parts;
+    }
+    return parts;
+}
+
 } // namespace Kesa::Util

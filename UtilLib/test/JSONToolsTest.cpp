@@ -49,4 +49,13 @@ INSTANTIATE_TEST_SUITE_P(JSONToolsTest, RefusedText,
                                            std::string("{\0}", 3), std::string("{\"a\":\"\xff\xfe"),
                                            std::string(100'000, '['), std::string(100'000, '{')));
 
+TEST(JSONToolsTest, CountsWhatAParserWouldHaveToKeep)
+{
+    EXPECT_EQ(JSONTools::countParts(""), 0U);
+    EXPECT_EQ(JSONTools::countParts("{}"), 1U);
+    EXPECT_EQ(JSONTools::countParts(R"({"a":[1,2,{}],"b":{}})"), 7U);
+    EXPECT_EQ(JSONTools::countParts(R"({"{[,\\":"\",{["})"), 1U) << "what stands in texts costs nothing";
+    EXPECT_EQ(JSONTools::countParts(R"({"a":"\)"), 1U) << "a text that is cut off";
+}
+
 } // namespace

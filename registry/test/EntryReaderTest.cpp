@@ -31,6 +31,14 @@ std::string nested(std::size_t levels)
     return registrationOf("clock", 1, ",\"x\":" + std::string(levels, '[') + std::string(levels, ']'));
 }
 
+std::string repeated(const std::string& text, std::size_t count)
+{
+    std::string all;
+    for (std::size_t i = 0; i < count; ++i)
+        all += text;
+    return all;
+}
+
 const std::string REST = R"(,"uri":"/clock","host":"127.0.0.1","port":8080)";
 
 const Refusal REFUSALS[] = {
@@ -41,6 +49,8 @@ const Refusal REFUSALS[] = {
     {"half an object", R"({"name":"clock")", "one JSON object"},
     {"two objects", R"({"name":"clock"}{})", "one JSON object"},
     {"too deep", nested(EntryReader::MAX_DEPTH), "32 levels"},
+    {"too many members", registrationOf("clock", 1, ",\"x\":[0" + repeated(",0", EntryReader::MAX_PARTS - 5) + "]"),
+     "1000 members"},
     {"bad UTF-8", "{\"name\":\"clock\",\"x\":\"\xff\"" + REST + "}", "UTF-8"},
     {"half a character", "{\"name\":\"clock\",\"x\":\"\xc3", "UTF-8"},
     {"a number beyond 64 bits", R"({"name":"clock","x":18446744073709551616)" + REST + "}", "64 bits"},
@@ -57,6 +67,10 @@ const Refusal REFUSALS[] = {
     {"a blank in the uri", R"({"name":"clock","uri":"/a b","host":"127.0.0.1","port":8080})", "'uri' has to be a path"},
     {"a header in the uri", R"({"name":"clock","uri":"/a HTTP/1.1\r\nX: y","host":"127.0.0.1","port":8080})",
      "'uri' has to be a path"},
+    {"a query in the uri", R"({"name":"clock","uri":"/a?b","host":"127.0.0.1","port":8080})", "'uri' has to be a path"},
+    {"a fragment in the uri", R"({"name":"clock","uri":"/a#b","host":"127.0.0.1","port":8080})", "'uri' has to be a"},
+    {"bad encoding in the uri", R"({"name":"clock","uri":"/a%zz","host":"127.0.0.1","port":8080})",
+     "'uri' has to be a"},
     {"a long uri", R"({"name":"clock","uri":"/)" + std::string(256, 'a') + R"(","host":"127.0.0.1","port":8080})",
      "longer than 256"},
     {"an object as uri", R"({"name":"clock","uri":{},"host":"127.0.0.1","port":8080})", "'uri' has to be a text"},

@@ -224,17 +224,20 @@ TEST(EntryStoreTest, ChangesNothingWhenTheFileCannotBeWritten)
     const EntryPtr clock = entryOf("clock");
     store->add(clock);
     const std::string before = contentOf(path);
+    const CapturedLog log;
     {
         const BlockedFile blocked(path);
-        const CapturedLog log;
         EXPECT_EQ(store->add(entryOf("bell")), Outcome::NotSaved);
         EXPECT_EQ(store->remove(clock->id), Outcome::NotSaved);
         EXPECT_TRUE(store->remove(std::vector<std::string>{clock->id}).empty());
         EXPECT_TRUE(log.containsPart(Poco::Message::PRIO_ERROR, path + " cannot be written beside"));
+        EXPECT_EQ(log.count(Poco::Message::PRIO_ERROR), 1U) << "a full disk is not filled with log lines";
+        EXPECT_EQ(log.count(Poco::Message::PRIO_WARNING), 0U);
     }
     EXPECT_EQ(contentOf(path), before);
     EXPECT_EQ(idsIn(store->list()), std::vector<std::string>{clock->id});
     EXPECT_EQ(store->add(entryOf("bell")), Outcome::Done) << "it goes on when the file can be written again";
+    EXPECT_TRUE(log.containsPart(Poco::Message::PRIO_WARNING, "can be saved again"));
 }
 
 TEST(EntryStoreTest, DoesNotWriteForAChangeThatChangesNothing)

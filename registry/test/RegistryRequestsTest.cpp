@@ -262,6 +262,7 @@ TEST_F(RegistryRequestsTest, RefusesFiltersThatItDoesNotHave)
 {
     expectError(ask("GET", "/?nam=clock"), 400, "/?name=system");
     expectError(ask("GET", "/?name=a&name=b"), 400, "/?name=system");
+    expectError(ask("GET", "/?name=%zz"), 400, "query is malformed");
 }
 
 TEST_F(RegistryRequestsTest, WantsABody)

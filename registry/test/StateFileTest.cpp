@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace Kesa::Registry;
@@ -96,6 +98,21 @@ TEST_F(StateFileTest, HoldsTheOldContentWhenTheNewOneCannotBeWritten)
     std::filesystem::remove(path + ".new");
     file.save({});
     EXPECT_NE(contentOf(path), before);
+}
+
+TEST_F(StateFileTest, LeavesNoHalfFileWhenTheDiskIsFull)
+{
+    const std::string before = written({entryOf("clock")});
+    StateFile file(path, reader);
+    std::signal(SIGXFSZ, SIG_IGN); // the next write beyond the limit fails instead
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit full{before.size() + 10, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+    EXPECT_THROW(file.save({entryOf("clock"), entryOf("bell")}), Poco::FileException);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    EXPECT_EQ(contentOf(path), before);
+    EXPECT_FALSE(std::filesystem::exists(path + ".new")) << "it would take room of the disk";
 }
 
 TEST_F(StateFileTest, IsRefusedWhenItIsCutOffAnywhere)
