@@ -133,7 +133,7 @@ bool isPath(const std::string& uri)
         return false;
     try
     {
-        return Poco::URI(uri).getPath().size() > 0;
+        return !Poco::URI(uri).getPath().empty();
     }
     catch (const Poco::Exception&)
     {
