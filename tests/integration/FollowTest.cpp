@@ -29,7 +29,7 @@ namespace
 
 constexpr int WRITERS = 50;
 constexpr int FOLLOWERS = 50;
-constexpr int CHANGES = 20;  ///< of each writer
+constexpr int CHANGES = 10;  ///< of each writer
 constexpr int COUNTERS = 5;  ///< elements that only count upwards
 constexpr int CHANGING = 15; ///< elements that come, change and go
 
@@ -50,6 +50,7 @@ public:
         m_peer.sendText(R"({"type":"subscribe","event":")" + event + R"(","updateLimit":)" +
                         std::to_string(updateLimit) + "}");
         EXPECT_EQ(parsed(m_peer.receiveText())->getValue<std::string>("status"), "ok") << event;
+        m_peer.socket().setReceiveTimeout(Poco::Timespan(600, 0)); // nothing may happen to its element for long
         m_thread = std::thread([this] { receive(); });
     }
     ~Follower() { m_thread.join(); }
@@ -82,16 +83,29 @@ public:
     const std::string url;
 
 private:
+    static constexpr int TEXT = 0x1;
+    static constexpr int PING = 0x9;
+    static constexpr int PONG = 0xA;
+
     void receive()
     {
         try
         {
             for (;;)
-                take(*parsed(m_peer.receiveText()));
+            {
+                const WebsocketPeer::Frame frame = m_peer.receiveFrame();
+                if (frame.opcode == PING)
+                    m_peer.send(WebsocketPeer::frame(PONG, frame.payload));
+                else if (frame.opcode == TEXT)
+                    take(*parsed(frame.payload));
+                else
+                    break;
+            }
+            m_peer.socket().close(); // the service stops, and waits for its clients to go
         }
-        catch (const std::exception&) // the service stops, and waits for its clients to go
+        catch (const std::exception& e)
         {
-            m_peer.socket().close();
+            ADD_FAILURE() << url << ": " << e.what();
         }
     }
 
