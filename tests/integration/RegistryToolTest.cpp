@@ -1,4 +1,7 @@
 #include <ChildProcess.h>
+#include <Data/MicroServiceInfo.h>
+#include <Entries.h>
+#include <ServiceRegistry.h>
 #include <TestTools.h>
 
 #include <gmock/gmock.h>
@@ -8,6 +11,7 @@
 #include <string>
 #include <vector>
 
+using Kesa::Service::ServiceRegistryAbstraction;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -83,4 +87,31 @@ TEST_F(RegistryToolTest, ServiceThatIsStartedAgainOnItsPortIsListedOnce)
     const std::string after = kesa({"services"});
     EXPECT_EQ(after.find("system"), after.rfind("system")) << after;
     EXPECT_THAT(after, HasSubstr(":" + port + " "));
+}
+
+TEST_F(RegistryToolTest, FollowsServicesWhoseEntriesHaveMegabytesTogether)
+{
+    constexpr int COUNT = 150;
+    constexpr int GONE = 3;
+    Kesa::MicroServiceInfo large = Kesa::Test::entryOf("large");
+    typedef Kesa::Data::AttributeValueStringable<std::string> Text;
+    large.setAttribute(
+        new Kesa::Data::Attribute<Text>(Kesa::Data::INVALID_XOBJ_ID, "description", Text(std::string(65000, 'x'))));
+    std::vector<Kesa::MicroServiceInfo> entries(COUNT, large);
+    ASSERT_TRUE(ServiceRegistryAbstraction::registerServices(entries));
+    const std::vector<std::string> arguments{"services", "--watch", "--timeout", "60"};
+    ChildProcess slow(KESA_CLIENT, arguments);
+    ChildProcess quick(KESA_CLIENT, arguments);
+    for (int i = 0; i < COUNT; ++i)
+        for (ChildProcess* follower: {&slow, &quick})
+            ASSERT_THAT(follower->readLine(), HasSubstr("  + large "));
+    slow.signal(SIGSTOP); // so that one state still waits when the next one comes
+    for (int i = 0; i < GONE; ++i)
+    {
+        ASSERT_TRUE(ServiceRegistryAbstraction::unregisterService(entries[i]));
+        ASSERT_THAT(quick.readLine(), HasSubstr("  - large "));
+    }
+    slow.signal(SIGCONT);
+    for (int i = 0; i < GONE; ++i)
+        ASSERT_THAT(slow.readLine(), HasSubstr("  - large "));
 }

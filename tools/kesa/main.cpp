@@ -92,8 +92,11 @@ int watchUrls(const std::vector<ServiceUrl>& urls, const WatchCommand::Options& 
 int watchServices(const CommandLine& line, LineOutput& output)
 {
     ServiceChanges changes;
-    return watchUrls({ServiceDirectory(ServiceUrl(line.registry)).resolve("registry/services")}, line.watch, output,
-                     [&](const Poco::JSON::Object& message) { return changes.next(message); });
+    // Only what is printed: whole entries may have megabytes together, and the registry gives up a client that is
+    // slower than that.
+    const std::string fields = line.watch.json ? "" : "?$fields=name,host,port";
+    return watchUrls({ServiceDirectory(ServiceUrl(line.registry)).resolve("registry/services" + fields)}, line.watch,
+                     output, [&](const Poco::JSON::Object& message) { return changes.next(message); });
 }
 
 std::vector<ServiceUrl> resolve(const CommandLine& line)
