@@ -165,10 +165,15 @@ bool DataAccessTrigger::created(const Poco::URI& url, const Object::Ptr& element
 bool DataAccessTrigger::updated(const Poco::URI& url, const Object::Ptr& members)
 {
     const HttpRequest update(HttpRequest::POST, withoutQuery(url), members);
-    // The list first, which cannot fail for an element.
-    if (m_parts->followed.hasDependentList(update.getUrlPath()))
-        byRequest(HttpRequest(HttpRequest::POST, listOf(update.getUrlPath()), members));
-    return tellAll([&] { return byRequest(update); });
+    const bool hasDependentList = m_parts->followed.hasDependentList(update.getUrlPath());
+    return tellAll(
+        [&]
+        {
+            const bool isReported = byRequest(update);
+            if (hasDependentList)
+                byRequest(HttpRequest(HttpRequest::POST, listOf(update.getUrlPath()), members));
+            return isReported;
+        });
 }
 
 bool DataAccessTrigger::deleted(const Poco::URI& url, const Object::Ptr& element)
