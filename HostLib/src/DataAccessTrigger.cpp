@@ -71,6 +71,36 @@ bool isFollowedElement(const Service::SubscriptionRequest& request)
            request.getUrlPath().getCharacteristic() == UrlPath::SERVICE_RESOURCE_ELEMENT;
 }
 
+/// True while this thread tells of a change for the second time.
+thread_local bool isToldAgain = false;
+
+class ToldAgain
+{
+public:
+    ToldAgain() { isToldAgain = true; }
+    ~ToldAgain() { isToldAgain = false; }
+    ToldAgain(const ToldAgain&) = delete;
+    ToldAgain& operator=(const ToldAgain&) = delete;
+};
+
+/// Tells of a change by `report`. Where an element's new state cannot be compared with the one that a follower was
+/// sent, because a member became another kind of value, that raises, and who comes behind has heard nothing. So it is
+/// told once more, and now whoever follows the element loads it on the thread that delivers, where only that one fails.
+template <class Report>
+bool tellAll(Report report)
+{
+    try
+    {
+        return report();
+    }
+    catch (const Poco::Exception&)
+    {
+        const ToldAgain again;
+        report();
+        throw;
+    }
+}
+
 } // namespace
 
 DataAccessTrigger::DataAccessTrigger(const ServiceDataAccessPoint::Ptr& data)
@@ -87,6 +117,8 @@ DataAnswer DataAccessTrigger::read(const Command::RequestBase& request)
 
 bool DataAccessTrigger::fetchData(const Service::SubscriptionRequest& request, WebSocketResponseObject& response)
 {
+    if (isToldAgain && isFollowedElement(request))
+        return false;
     DataAnswer answer = read(request);
     if (answer.code() == 404 && isFollowedElement(request))
     {
@@ -124,24 +156,29 @@ bool DataAccessTrigger::created(const Poco::URI& url, const Object::Ptr& element
 {
     const HttpRequest creation(HttpRequest::PUT, withoutQuery(url), element);
     const bool isAwaited = m_parts->followed.isAwaited(creation.getUrlPath());
-    const bool isReported = byRequest(creation); // for those who follow the list
-    if (isAwaited)                               // for those who followed the element before it went
-        byRequest(HttpRequest(HttpRequest::POST, withoutQuery(url), element));
+    const bool isReported = tellAll([&] { return byRequest(creation); }); // for those who follow the list
+    if (isAwaited) // for those who followed the element before it went
+        tellAll([&] { return byRequest(HttpRequest(HttpRequest::POST, withoutQuery(url), element)); });
     return isReported;
 }
 
 bool DataAccessTrigger::updated(const Poco::URI& url, const Object::Ptr& members)
 {
     const HttpRequest update(HttpRequest::POST, withoutQuery(url), members);
-    const bool isReported = byRequest(update);
-    if (m_parts->followed.hasDependentList(update.getUrlPath()))
-        byRequest(HttpRequest(HttpRequest::POST, listOf(update.getUrlPath()), members));
-    return isReported;
+    const bool hasDependentList = m_parts->followed.hasDependentList(update.getUrlPath());
+    return tellAll(
+        [&]
+        {
+            const bool isReported = byRequest(update);
+            if (hasDependentList)
+                byRequest(HttpRequest(HttpRequest::POST, listOf(update.getUrlPath()), members));
+            return isReported;
+        });
 }
 
 bool DataAccessTrigger::deleted(const Poco::URI& url, const Object::Ptr& element)
 {
-    return byDeleteRequest(HttpRequest(HttpRequest::DELETE, url), element.get());
+    return tellAll([&] { return byDeleteRequest(HttpRequest(HttpRequest::DELETE, url), element.get()); });
 }
 
 } // namespace Kesa::Host

@@ -72,6 +72,24 @@ UpdateResult noResource(const std::string& service, const std::string& resource)
     return {UpdateResult::NOT_FOUND, "There is no resource /" + service + "/" + resource + "."};
 }
 
+/// An element as it was kept under `id`. Raises Poco::DataFormatException, which names it, for what no store has kept.
+StoredElement::Ptr restored(const std::string& service, const std::string& resource, const std::string& id,
+                            const std::string& text)
+{
+    const std::string path = "/" + service + "/" + resource + "/" + id;
+    try
+    {
+        StoredElement::Ptr element = new StoredElement(service, resource, nextNumber(), text);
+        if (StoreRules::isId(id) && element->id() == id && element->getUri().getPath() == path)
+            return element;
+    }
+    catch (const Poco::Exception& e)
+    {
+        throw Poco::DataFormatException("The element " + path + " that was kept cannot be read: " + e.displayText());
+    }
+    throw Poco::DataFormatException("The element " + path + " that was kept has another id or URI");
+}
+
 UpdateResult noElement(const std::string& path)
 {
     return {UpdateResult::NOT_FOUND, "There is no element " + path + "."};
@@ -218,7 +236,7 @@ void DocumentDataAccessPoint::addResource(const std::string& service, const std:
     for (const Document& document: readDocuments(service, name))
     {
         bytes += document.text.size();
-        resource->put(new StoredElement(service, name, nextNumber(), document.text));
+        resource->put(restored(service, name, document.id, document.text));
     }
     m_parts->totalBytes += bytes;
     Util::WriteLock guard(m_parts->lock);

@@ -97,6 +97,8 @@ void checkHead(const std::string& path)
     if (!file)
         failWithErrno("The store " + path + " cannot be opened");
     file.read(head.data(), head.size());
+    if (::access(path.c_str(), W_OK) != 0)
+        failWithErrno("The store " + path + " cannot be written");
     if (file.gcount() == 0)
         refuse(path, "it is empty");
     if (std::string(head.data(), MAGIC.size()) != MAGIC || file.gcount() < std::streamsize(head.size()))

@@ -134,4 +134,29 @@ TEST_F(DataStoreBackEndTest, ResourceWhoseElementsCannotBeReadIsNotDeclared)
     EXPECT_TRUE(m_store.getResource("shop", "boxes").isNull());
 }
 
+TEST_F(DataStoreBackEndTest, KeptElementThatNoStoreHasKeptIsNamed)
+{
+    m_store.addService("shop");
+    const std::string path = "The element /shop/boxes/" + ID + " that was kept ";
+    const std::pair<std::string, std::string> rows[] = {
+        {"no JSON", path + "cannot be read"},
+        {R"({"name":"no id"})", path + "cannot be read"},
+        {boxText("00000000-0000-4000-8000-0000000000ff", "{}"), path + "has another id or URI"},
+        {R"({"id":")" + ID + R"(","uri":"/shop/bags/)" + ID + "\"}", path + "has another id or URI"}};
+    for (const auto& row: rows)
+    {
+        m_store.onRead = [&row] { return std::vector<std::string>{row.first}; };
+        try
+        {
+            m_store.addResource("shop", "boxes");
+            ADD_FAILURE() << row.first;
+        }
+        catch (const Poco::DataFormatException& exception)
+        {
+            EXPECT_THAT(exception.message(), HasSubstr(row.second)) << row.first;
+        }
+    }
+    EXPECT_TRUE(m_store.getResource("shop", "boxes").isNull());
+}
+
 } // namespace

@@ -11,10 +11,12 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <random>
 #include <sys/resource.h>
+#include <unistd.h>
 
 using namespace DataStores;
 using Kesa::Host::SqliteDataAccessPoint;
@@ -140,6 +142,15 @@ TEST_F(SqliteDataAccessPointTest, NameMayBeRelativeToTheWorkingDirectory)
         EXPECT_NO_THROW(SqliteDataAccessPoint store(name));
     std::filesystem::current_path(before);
     EXPECT_THAT(m_folder.names(), ElementsAre("a.db"));
+}
+
+TEST_F(SqliteDataAccessPointTest, FileThatCannotBeWrittenIsTold)
+{
+    open();
+    std::filesystem::permissions(m_file, std::filesystem::perms::owner_read);
+    if (::access(m_file.c_str(), W_OK) == 0)
+        GTEST_SKIP() << "who runs this test may write every file";
+    EXPECT_THAT(refusal<Poco::FileException>(), HasSubstr(m_file + " cannot be written: Permission denied"));
 }
 
 TEST_F(SqliteDataAccessPointTest, DirectoryThatIsNotThereIsTold)

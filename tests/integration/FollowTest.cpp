@@ -275,6 +275,40 @@ TEST(FollowTest, AnElementThatComesBackIsSeenByThoseWhoFollowedItBefore)
     board.host.stop();
 }
 
+TEST(FollowTest, AMemberThatBecomesAnotherKindOfValueHidesTheChangeFromNobodyElse)
+{
+    const Kesa::Test::CapturedLog quiet{Poco::Message::PRIO_ERROR};
+    std::unique_ptr<Follower> whole;
+    std::vector<std::unique_ptr<Follower>> others;
+    Board board;
+    RestClient client(board);
+    client.send("PUT", urlOf(1), R"({"kind":[1],"rank":1,"text":"a"})");
+    client.send("PUT", urlOf(2), R"({"rank":2,"text":"b"})");
+    const std::string element = urlOf(1);
+    const std::vector<std::string> early = {element + "?$fields=rank", element + "?$fields=text,rank"};
+    const std::vector<std::string> late = {element + "?$fields=rank,text",
+                                           element + "?$fields=rank,uri",
+                                           "/board/notes?$sortby=-rank",
+                                           "/board/notes?rank=3",
+                                           "/board/notes?$sortby=rank&$fields=text",
+                                           "/board/notes?$q=c"};
+    for (const std::string& url: early)
+        others.push_back(std::make_unique<Follower>(board, url, 0));
+    whole = std::make_unique<Follower>(board, element, 0);
+    for (const std::string& url: late)
+        others.push_back(std::make_unique<Follower>(board, url, 0));
+    const std::string before = whole->seen();
+    EXPECT_EQ(client.send("POST", element, R"({"kind":"one","rank":3,"text":"c"})").status, 200);
+    for (const auto& follower: others)
+        EXPECT_EQ(difference(*follower, client), "") << follower->url;
+    EXPECT_EQ(whole->seen(), before) << "an array cannot be compared with a text";
+    EXPECT_EQ(client.send("POST", element, R"({"kind":[2],"rank":4})").status, 200);
+    EXPECT_EQ(difference(*whole, client), "") << "but with another array";
+    for (const auto& follower: others)
+        EXPECT_EQ(difference(*follower, client), "") << follower->url;
+    board.host.stop();
+}
+
 TEST(FollowTest, PagesOfAListThatChangesMeanwhileComeToAnEnd)
 {
     const Kesa::Test::CapturedLog quiet{Poco::Message::PRIO_ERROR};
