@@ -157,8 +157,9 @@ bool DataAccessTrigger::created(const Poco::URI& url, const Object::Ptr& element
     const HttpRequest creation(HttpRequest::PUT, withoutQuery(url), element);
     const bool isAwaited = m_parts->followed.isAwaited(creation.getUrlPath());
     const bool isReported = tellAll([&] { return byRequest(creation); }); // for those who follow the list
-    if (isAwaited) // for those who followed the element before it went
-        tellAll([&] { return byRequest(HttpRequest(HttpRequest::POST, withoutQuery(url), element)); });
+    // For those who followed the element before it went, whatever members they follow: told without any.
+    if (isAwaited)
+        tellAll([&] { return byRequest(HttpRequest(HttpRequest::POST, withoutQuery(url), new Object)); });
     return isReported;
 }
 

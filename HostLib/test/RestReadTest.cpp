@@ -142,14 +142,14 @@ TEST_F(RestReadTest, TellsAFollowerThatItsElementWent)
 
 TEST_F(RestReadTest, ReportsACreationToThoseWhoFollowedTheElementBefore)
 {
-    trigger->created(Poco::URI(urlOf(7) + "?x=1"), parseJson("{}"));
-    EXPECT_THAT(trigger->reports(), ElementsAre("PUT " + urlOf(7) + " {}"));
+    const std::string creation = "PUT " + urlOf(7) + R"( {"a":1})";
+    trigger->created(Poco::URI(urlOf(7) + "?x=1"), parseJson(R"({"a":1})"));
+    EXPECT_THAT(trigger->reports(), ElementsAre(creation));
     WebSocketResponseObject response;
     trigger->fetchData(subscription(urlOf(7)), response);
-    trigger->created(Poco::URI(urlOf(7)), parseJson("{}"));
-    trigger->created(Poco::URI(urlOf(7)), parseJson("{}"));
-    EXPECT_THAT(trigger->reports(), ElementsAre("PUT " + urlOf(7) + " {}", "PUT " + urlOf(7) + " {}",
-                                                "POST " + urlOf(7) + " {}", "PUT " + urlOf(7) + " {}"));
+    trigger->created(Poco::URI(urlOf(7)), parseJson(R"({"a":1})"));
+    trigger->created(Poco::URI(urlOf(7)), parseJson(R"({"a":1})"));
+    EXPECT_THAT(trigger->reports(), ElementsAre(creation, creation, "POST " + urlOf(7) + " {}", creation));
 }
 
 TEST_F(RestReadTest, ReportsAnUpdateAlsoOnAListWhoseQueryTheMembersDoNotShow)

@@ -260,17 +260,20 @@ TEST(FollowTest, EveryFollowerSeesAtLastWhatAGetGivesWhileManyClientsWrite)
 TEST(FollowTest, AnElementThatComesBackIsSeenByThoseWhoFollowedItBefore)
 {
     const Kesa::Test::CapturedLog quiet{Poco::Message::PRIO_ERROR};
-    std::unique_ptr<Follower> follower;
+    std::vector<std::unique_ptr<Follower>> followers;
     Board board;
     RestClient client(board);
     client.send("PUT", urlOf(1), R"({"rank":1})");
-    follower = std::make_unique<Follower>(board, urlOf(1), 0);
+    for (const char* query: {"", "?$fields=rank", "?$fields=color", "?color=red", "?$q=red"})
+        followers.push_back(std::make_unique<Follower>(board, urlOf(1) + query, 0));
     for (int i = 2; i < 10; ++i)
     {
         EXPECT_EQ(client.send("DELETE", urlOf(1)).status, 200);
-        EXPECT_EQ(difference(*follower, client), "") << "gone";
+        for (const auto& follower: followers)
+            EXPECT_EQ(difference(*follower, client), "") << follower->url << " is gone";
         EXPECT_EQ(client.send("PUT", urlOf(1), "{\"rank\":" + std::to_string(i) + "}").status, 201);
-        EXPECT_EQ(difference(*follower, client), "") << "back";
+        for (const auto& follower: followers)
+            EXPECT_EQ(difference(*follower, client), "") << follower->url << " is back";
     }
     board.host.stop();
 }
