@@ -42,10 +42,10 @@ class RegistryAgent;
 ///            from any, handlers included.
 /// Registry:  a service with a name is registered once it serves, and again whenever its entry is lost; a registry that
 ///            is down delays and disturbs nothing. RegistryAgent tells more.
-/// Errors:    the constructor raises Poco::InvalidArgumentException for a name that is no service name, and for a
-///            further port of 0. start() raises what keeps the service from starting: Poco::Net::NetException, naming
-///            address and port, when it cannot listen; Poco::RuntimeException when the service's own start failed.
-///            run() logs that and gives 1.
+/// Errors:    the constructor raises Poco::InvalidArgumentException for a name that is no service name, for an
+///            advertised host that is no address and for a further port of 0. start() raises what keeps the service
+///            from starting: Poco::Net::NetException, naming address and port, when it cannot listen;
+///            Poco::RuntimeException when the service's own start failed. run() logs that and gives 1.
 /// Shutdown:  stop() (idempotent) in this order: the service is unregistered, for which a registry has two seconds; no
 ///            new clients and requests; the websockets are closed with 1001; the service's own shutdown. The destructor
 ///            calls it.
@@ -77,8 +77,9 @@ public:
         /// Of the API that the service speaks, as "1.2.3". An HTTP client that asks for another version in its `Accept`
         /// field is refused with 404. With none, or more than one, such a client gets 501.
         std::vector<std::string> apiVersions;
-        /// Where clients of the registry find the service. Empty: the address listened on, or, where that stands for
-        /// all addresses, the loopback address 127.0.0.1, since the registry is on this machine.
+        /// Where clients of the registry find the service, as an IP address or "localhost". Empty: the address listened
+        /// on, or, where that stands for all addresses, the loopback address 127.0.0.1, since the registry is on this
+        /// machine.
         std::string advertisedHost;
         std::map<std::string, Poco::UInt16> ports; ///< further ports of the service, by name
 

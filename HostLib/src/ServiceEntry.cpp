@@ -5,6 +5,7 @@
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
+#include <Poco/Net/IPAddress.h>
 #include <Poco/Net/SocketAddress.h>
 
 #include <memory>
@@ -29,6 +30,12 @@ std::string advertisedHost(const ServiceHost::Options& options)
 void checkEntry(const ServiceHost::Options& options)
 {
     checkServiceName(options.name);
+    Poco::Net::IPAddress address;
+    if (const std::string& host = options.advertisedHost;
+        !host.empty() && host != "localhost" && !Poco::Net::IPAddress::tryParse(host, address))
+        throw Poco::InvalidArgumentException("The service \"" + options.name + "\" cannot be advertised at \"" + host +
+                                             "\": the registry takes IP addresses and \"localhost\", since it looks no "
+                                             "names up");
     for (const auto& [name, port]: options.ports)
         if (port == 0)
             throw Poco::InvalidArgumentException("The further port \"" + name + "\" of the service \"" + options.name +

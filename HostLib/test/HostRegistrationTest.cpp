@@ -56,12 +56,12 @@ TEST_F(HostRegistrationTest, TellsTheRegistryWhereTheServiceIs)
 TEST_F(HostRegistrationTest, TellsTheRegistryWhatTheServiceIs)
 {
     options.description = "sells things";
-    options.apiVersions = {"1.0", "2.1"};
+    options.apiVersions = {"1.0.0", "2.1.3"};
     options.ports = {{"admin", 9000}};
     options.advertisedHost = "127.0.0.7";
     const auto entry = registeredEntry();
     EXPECT_EQ(entry->getValue<std::string>("description"), "sells things");
-    EXPECT_EQ(entry->getArray("apiVersions")->getElement<std::string>(1), "2.1");
+    EXPECT_EQ(entry->getArray("apiVersions")->getElement<std::string>(1), "2.1.3");
     EXPECT_EQ(entry->getObject("ports")->getValue<int>("admin"), 9000);
     EXPECT_EQ(entry->getValue<std::string>("host"), "127.0.0.7");
 }
@@ -176,5 +176,8 @@ TEST_F(HostRegistrationTest, RefusesWhatCannotBeRegisteredBeforeAnythingIsStarte
     EXPECT_THROW(ServiceHost(service, options), Poco::InvalidArgumentException);
     options.name = "shop";
     options.ports = {{"admin", 0}};
+    EXPECT_THROW(ServiceHost(service, options), Poco::InvalidArgumentException);
+    options.ports.clear();
+    options.advertisedHost = "shop.example";
     EXPECT_THROW(ServiceHost(service, options), Poco::InvalidArgumentException);
 }
