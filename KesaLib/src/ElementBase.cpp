@@ -24,9 +24,9 @@ ElementBase::ElementBase(const XObjectBase& other): XObjectBase(other)
     initializeFrom(other);
 }
 
-ElementBase::ElementBase(XObjectBase&& other): XObjectBase(std::move(other))
+ElementBase::ElementBase(XObjectBase&& other): XObjectBase(other) // nothing but a number
 {
-    initializeFrom(other); // the move took only the numeric id, which is not needed here
+    initializeFrom(other);
 }
 
 ElementBase::ElementBase(const ElementBase& other) = default;

@@ -24,7 +24,7 @@ Poco::Dynamic::Var separated(const Poco::Dynamic::Var& value)
 }
 
 template <class T>
-AttributeBase::Ptr makeAttribute(XObjectId parent, const std::string& name, T&& value)
+AttributeBase::Ptr makeAttribute(XObjectId parent, const std::string& name, T value)
 {
     return new Attribute<T>(parent, name, std::move(value));
 }

@@ -47,7 +47,8 @@ public:
         while (sent < length)
         {
             wait(SELECT_WRITE);
-            // Only what fits now: a send that blocks would know nothing of the deadline.
+            // Only what fits now: a send that blocks, as the parent's, would know nothing of the deadline.
+            // NOLINTNEXTLINE(bugprone-parent-virtual-call)
             sent += std::max(0, SocketImpl::sendBytes(bytes + sent, length - sent, flags | MSG_DONTWAIT));
         }
         return sent;
