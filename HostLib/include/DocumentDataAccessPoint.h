@@ -50,12 +50,12 @@ public:
     /// Declares a service. `name`: 1 to 64 of `A-Z a-z 0-9 . _ -`, no dot at its beginning. Raises
     /// Poco::InvalidArgumentException for another name, Poco::ExistsException if it is declared already.
     void addService(const std::string& name, const std::string& description = std::string());
-    /// Declares a resource, with the elements that are kept of it. `specification`: empty, or the text of a JSON Schema
+    /// Declares a resource, with the elements that are kept of it. `schemaText`: empty, or the text of a JSON Schema
     /// object whose `properties` are the members that elements have; the store itself does not enforce it. Raises as
-    /// addService(), also Poco::InvalidArgumentException for a specification that is none, and
+    /// addService(), also Poco::InvalidArgumentException for a schema that is none, and
     /// Poco::NotFoundException if the service is not declared; and what reading the kept elements raises.
     void addResource(const std::string& service, const std::string& name,
-                     const std::string& description = std::string(), const std::string& specification = std::string());
+                     const std::string& description = std::string(), const std::string& schemaText = std::string());
 
     Data::ServiceBase::Ptr getService(const std::string& service) override;
     /// In the order of their declaration, as the resources.

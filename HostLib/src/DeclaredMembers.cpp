@@ -22,10 +22,10 @@ namespace
 {
 
 /// The names under "properties", null if there is no such object.
-std::shared_ptr<const std::set<std::string>> parse(const std::string& specification)
+std::shared_ptr<const std::set<std::string>> parse(const std::string& schemaText)
 {
     Object::Ptr schema;
-    if (!Util::JSONTools::parseJSONString(specification, schema))
+    if (!Util::JSONTools::parseJSONString(schemaText, schema))
         return nullptr;
     const Object::Ptr properties = schema->getObject("properties");
     if (properties.isNull())
@@ -59,11 +59,11 @@ std::vector<std::string> namedMembers(const RequestBase& request)
 
 } // namespace
 
-std::string DeclaredMembers::unknownMember(const std::string& specification, const RequestBase& request)
+std::string DeclaredMembers::unknownMember(const std::string& schemaText, const RequestBase& request)
 {
-    if (specification.empty())
+    if (schemaText.empty())
         return {};
-    const auto declared = namesOf(specification);
+    const auto declared = namesOf(schemaText);
     if (!declared)
         return {};
     for (const std::string& name: namedMembers(request))
@@ -72,19 +72,19 @@ std::string DeclaredMembers::unknownMember(const std::string& specification, con
     return {};
 }
 
-std::shared_ptr<const DeclaredMembers::Names> DeclaredMembers::namesOf(const std::string& specification)
+std::shared_ptr<const DeclaredMembers::Names> DeclaredMembers::namesOf(const std::string& schemaText)
 {
     {
         Util::ScopedLock lock(m_mutex);
-        const auto found = m_kept.find(specification);
+        const auto found = m_kept.find(schemaText);
         if (found != m_kept.end())
             return found->second;
     }
-    const auto names = parse(specification);
+    const auto names = parse(schemaText);
     Util::ScopedLock lock(m_mutex);
     if (m_kept.size() >= MAX_KEPT)
         m_kept.clear();
-    m_kept[specification] = names;
+    m_kept[schemaText] = names;
     return names;
 }
 

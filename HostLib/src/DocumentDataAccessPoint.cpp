@@ -222,16 +222,16 @@ void DocumentDataAccessPoint::addService(const std::string& name, const std::str
 }
 
 void DocumentDataAccessPoint::addResource(const std::string& service, const std::string& name,
-                                          const std::string& description, const std::string& specification)
+                                          const std::string& description, const std::string& schemaText)
 {
     StoreRules::checkName("A resource", name);
-    StoreRules::checkSpecification(name, specification);
+    StoreRules::checkSpecification(name, schemaText);
     Util::ScopedLock changes(m_parts->changes);
     if (getService(service).isNull())
         throw Poco::NotFoundException("The service '" + service + "' of the resource '" + name + "' is not declared");
     if (!findResource(service, name).isNull())
         throw Poco::ExistsException("The resource '" + name + "' is declared already");
-    StoredResource::Ptr resource = new StoredResource(service, name, description, specification, nextNumber());
+    StoredResource::Ptr resource = new StoredResource(service, name, description, schemaText, nextNumber());
     std::size_t bytes = 0;
     for (const Document& document: readDocuments(service, name))
     {

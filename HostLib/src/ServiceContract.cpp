@@ -98,10 +98,10 @@ std::string encoded(const std::string& segment)
 }
 
 /// What a resource declares of its elements' members, by their names.
-Object::Ptr declaredProperties(const std::string& specification)
+Object::Ptr declaredProperties(const std::string& schemaText)
 {
     Object::Ptr schema;
-    if (!Util::JSONTools::parseJSONString(specification, schema) || schema->getObject("properties").isNull())
+    if (!Util::JSONTools::parseJSONString(schemaText, schema) || schema->getObject("properties").isNull())
         return new Object;
     return schema->getObject("properties");
 }

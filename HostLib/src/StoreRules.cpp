@@ -21,11 +21,11 @@ bool isNameCharacter(char c)
            c == '-';
 }
 
-/// Whether `specification` is a JSON object, with schemas under `properties` if it has that.
-bool isSchema(const std::string& specification)
+/// Whether `schemaText` is a JSON object, with schemas under `properties` if it has that.
+bool isSchema(const std::string& schemaText)
 {
     Object::Ptr schema;
-    if (!Util::JSONTools::parseJSONString(specification, schema))
+    if (!Util::JSONTools::parseJSONString(schemaText, schema))
         return false;
     if (!schema->has("properties"))
         return true;
@@ -62,11 +62,11 @@ void StoreRules::checkName(const std::string& kind, const std::string& name)
             "': a name has 1 to 64 of the characters A-Z a-z 0-9 . _ - and does not begin with a dot");
 }
 
-void StoreRules::checkSpecification(const std::string& resource, const std::string& specification)
+void StoreRules::checkSpecification(const std::string& resource, const std::string& schemaText)
 {
-    if (!specification.empty() && !isSchema(specification))
-        throw Poco::InvalidArgumentException("The specification of the resource '" + resource +
-                                             "' is no JSON Schema object: " + specification);
+    if (!schemaText.empty() && !isSchema(schemaText))
+        throw Poco::InvalidArgumentException("The schema of the resource '" + resource +
+                                             "' is no JSON Schema object: " + schemaText);
 }
 
 bool StoreRules::isId(const std::string& text)

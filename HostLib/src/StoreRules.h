@@ -16,8 +16,8 @@ public:
     /// Raises Poco::InvalidArgumentException if nothing of this `kind`, as "A service", can have the name: it would not
     /// stand in a URL as it is.
     static void checkName(const std::string& kind, const std::string& name);
-    /// Raises Poco::InvalidArgumentException if `specification` is neither empty nor a JSON Schema object.
-    static void checkSpecification(const std::string& resource, const std::string& specification);
+    /// Raises Poco::InvalidArgumentException if `schemaText` is neither empty nor a JSON Schema object.
+    static void checkSpecification(const std::string& resource, const std::string& schemaText);
     /// Whether `text` is a UUID in its usual form, the only one in which an element is known.
     static bool isId(const std::string& text);
     /// The members of `base`, unless it is null, and those of `members`, which count where both have one.

@@ -24,12 +24,12 @@ auto lowerBound(Elements& elements, XObjectId number)
 } // namespace
 
 StoredResource::StoredResource(const std::string& service, const std::string& name, const std::string& description,
-                               const std::string& specification, XObjectId number)
+                               const std::string& schemaText, XObjectId number)
     : GenericObject<ResourceBase>(number),
       m_name(name),
       m_path("/" + service + "/" + name),
       m_description(description),
-      m_specification(specification)
+      m_specification(schemaText)
 {
     const Poco::URI uri(m_path);
     setName(name);

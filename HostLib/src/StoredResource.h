@@ -19,7 +19,7 @@ public:
     typedef Poco::SharedPtr<StoredResource> Ptr;
 
     StoredResource(const std::string& service, const std::string& name, const std::string& description,
-                   const std::string& specification, Data::XObjectId number);
+                   const std::string& schemaText, Data::XObjectId number);
     ~StoredResource() override;
 
     std::string getDescription() const override { return m_description; }

@@ -16,9 +16,9 @@ namespace
 
 const char* const SCHEMA = R"({"type":"object","properties":{"age":{"type":"integer"},"city":{}}})";
 
-std::string unknown(DeclaredMembers& members, const std::string& specification, const std::string& query)
+std::string unknown(DeclaredMembers& members, const std::string& schemaText, const std::string& query)
 {
-    return members.unknownMember(specification, RequestBase(Poco::URI("/shop/customers?" + query)));
+    return members.unknownMember(schemaText, RequestBase(Poco::URI("/shop/customers?" + query)));
 }
 
 } // namespace
@@ -48,8 +48,8 @@ TEST(DeclaredMembersTest, FindsTheNameThatIsNotDeclared)
 TEST(DeclaredMembersTest, TakesEveryNameWhereNothingIsDeclared)
 {
     DeclaredMembers members;
-    for (const char* specification: {"", "Customers of the shop.", "[]", "{}", R"({"properties":[]})", "{"})
-        EXPECT_EQ(unknown(members, specification, "$fields=size&weight=1"), "") << specification;
+    for (const char* schemaText: {"", "Customers of the shop.", "[]", "{}", R"({"properties":[]})", "{"})
+        EXPECT_EQ(unknown(members, schemaText, "$fields=size&weight=1"), "") << schemaText;
     EXPECT_EQ(unknown(members, R"({"properties":{}})", "$fields=size"), "size");
 }
 

@@ -100,9 +100,9 @@ TEST_P(DocumentDataAccessPointTest, DeclarationsThatCannotBeAreRefused)
 
 TEST_P(DocumentDataAccessPointTest, ResourceKeepsItsSpecification)
 {
-    const std::string specification = R"({"properties":{"size":{"type":"integer"}}})";
-    m_store->addResource("shop", "coins", "", specification);
-    EXPECT_EQ(m_store->getResource("shop", "coins")->getSpecification(), specification);
+    const std::string schemaText = R"({"properties":{"size":{"type":"integer"}}})";
+    m_store->addResource("shop", "coins", "", schemaText);
+    EXPECT_EQ(m_store->getResource("shop", "coins")->getSpecification(), schemaText);
     EXPECT_EQ(m_store->getResource("shop", "boxes")->getSpecification(), "");
 }
 
